@@ -1,0 +1,49 @@
+# The switches of the build. Each changes targets of this project, never global flags, so that the
+# tree behaves inside another project: there, only the library is built.
+
+option(BUILD_TESTING "Build the tests, examples and corpus replays" ${PROJECT_IS_TOP_LEVEL})
+option(TARNUTIL_BENCH "Build the benchmarks" OFF)
+option(TARNUTIL_FUZZ "Build the fuzz targets with libFuzzer (needs clang)" OFF)
+option(TARNUTIL_COVERAGE "Count the lines and branches that run" OFF)
+option(TARNUTIL_HARDENING "Harden the library against memory errors" ON)
+option(TARNUTIL_WERROR "Treat warnings as errors" OFF)
+set(TARNUTIL_SANITIZE "" CACHE STRING "Sanitizers of every target, as -fsanitize takes them")
+
+# A parent project's tests are its own business.
+if(BUILD_TESTING AND PROJECT_IS_TOP_LEVEL)
+  set(TARNUTIL_TESTING ON)
+else()
+  set(TARNUTIL_TESTING OFF)
+endif()
+# The command needs libraries that the library does not, and its tests need the command.
+option(TARNUTIL_TOOLS "Build the tarnutil command" ${TARNUTIL_TESTING})
+
+# What every target of this project is built with: our warnings, and the sanitizers or counters asked for.
+function(tarnutil_build_options target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wconversion
+                                           $<$<BOOL:${TARNUTIL_WERROR}>:-Werror>)
+  if(TARNUTIL_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${TARNUTIL_SANITIZE} -fno-omit-frame-pointer
+                                             -fno-sanitize-recover=undefined)
+    target_link_options(${target} PRIVATE -fsanitize=${TARNUTIL_SANITIZE})
+  endif()
+  if(TARNUTIL_COVERAGE)
+    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+    target_link_options(${target} PRIVATE --coverage)
+  endif()
+endfunction()
+
+# FORTIFY needs the optimiser, so it joins in optimised configurations only; sanitizers bring checks
+# of their own that it would hide.
+function(tarnutil_hardening target)
+  if(NOT TARNUTIL_HARDENING)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE -fstack-protector-strong -fstack-clash-protection
+                                           -fcf-protection=full)
+  target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+  if(NOT TARNUTIL_SANITIZE)
+    target_compile_options(
+      ${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
+  endif()
+endfunction()

@@ -1,0 +1,340 @@
+#include <tarnutil/Exception.h>
+
+#include <cxxabi.h>
+#include <dlfcn.h>
+#include <gmock/gmock.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "fault.h"
+#include "leaks.h"
+
+using namespace tarnutil;
+using namespace tarnutil_test;
+using testing::AllOf;
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::Not;
+using testing::SizeIs;
+using testing::StartsWith;
+
+namespace {
+
+// What stands in for the platform's symbol lines and its demangler while a test has set it.
+std::function<char**()> crafted_symbols;
+std::function<char*()> crafted_demangling;
+
+// The block that backtrace_symbols would return: pointers, a null among them for each null line,
+// and the text behind them.
+char** symbolBlock(const std::vector<const char*>& lines) {
+    std::size_t size = lines.size() * sizeof(char*);
+    for (const char* line : lines) size += line != nullptr ? std::strlen(line) + 1 : 0;
+    char** const block = static_cast<char**>(std::malloc(size));
+    char* text = reinterpret_cast<char*>(block + lines.size());
+    for (std::size_t i = 0; i < lines.size(); ++i) {
+        block[i] = lines[i] != nullptr ? std::strcpy(text, lines[i]) : nullptr;
+        if (lines[i] != nullptr) text += std::strlen(lines[i]) + 1;
+    }
+    return block;
+}
+
+class StackTraceTest : public testing::Test {
+protected:
+    ~StackTraceTest() override {
+        crafted_symbols = nullptr;
+        crafted_demangling = nullptr;
+    }
+};
+
+// The trace of an exception for whose innermost frames the platform prints `lines`.
+std::vector<std::string> traceOf(std::vector<const char*> lines) {
+    const Fault frames(Call::backtrace, static_cast<int>(lines.size()));
+    crafted_symbols = [&] { return symbolBlock(lines); };
+    const TraceableException e;
+    crafted_symbols = nullptr;
+    return e.getStackTrace();
+}
+
+}  // namespace
+
+extern "C" char** crafted_backtrace_symbols(void* const* frames,
+                                            int count) __asm__("backtrace_symbols");
+extern "C" char** crafted_backtrace_symbols(void* const* frames, int count) {
+    if (crafted_symbols) return crafted_symbols();
+    return reinterpret_cast<char** (*)(void* const*, int)>(dlsym(RTLD_NEXT, "backtrace_symbols"))(
+        frames, count);
+}
+
+extern "C" char* crafted_cxa_demangle(const char* name, char* out, std::size_t* size,
+                                      int* status) __asm__("__cxa_demangle");
+extern "C" char* crafted_cxa_demangle(const char* name, char* out, std::size_t* size, int* status) {
+    if (crafted_demangling) return crafted_demangling();
+    return reinterpret_cast<decltype(&abi::__cxa_demangle)>(dlsym(RTLD_NEXT, "__cxa_demangle"))(
+        name, out, size, status);
+}
+
+struct LineCase {
+    const char* says;
+    const char* symbol;
+    const char* line;
+};
+
+// clang-format off
+const LineCase kLineCases[] = {
+    // says                                             platform's line                            line of the trace
+    {"a mangled name is demangled",                     "./server(_ZN1a1bEv+0x1d) [0x55d]",        "./server(a::b()+0x1d)"},
+    {"a frame without a function keeps its offset",     "/lib/libc.so.6(+0x2b) [0x7f]",            "/lib/libc.so.6(+0x2b)"},
+    {"the plus is written without an offset too",       "./server() [0x55d]",                      "./server(+)"},
+    {"so it is behind a function without an offset",    "./server(main) [0x55d]",                  "./server(main+)"},
+    {"an unmangled function stays as it is",            "./server(main+0x1d) [0x55d]",             "./server(main+0x1d)"},
+    {"a line without parentheses is kept",              "[0x55d0c0de]",                            "[0x55d0c0de]"},
+    {"a line that never closes is kept",                "./server(main+0x1d [0x55d]",              "./server(main+0x1d [0x55d]"},
+    {"a line that ends in its function is kept",        "./server(main",                           "./server(main"},
+    {"a line that ends at the parenthesis is kept",     "./server(",                               "./server("},
+    {"blanks and tabs in front are dropped",            " \t ./server(main+0x1d) [0x55d]",         "./server(main+0x1d)"},
+    {"a raw line keeps its blanks",                     " \t ./server",                            " \t ./server"},
+    {"a line of blanks and tabs is kept",               " \t ",                                    " \t "},
+    {"other white space belongs to the module",         "\n./server(main+0x1d)",                   "\n./server(main+0x1d)"},
+    {"an empty line is kept",                           "",                                        ""},
+    {"an empty module is a module",                     "(main+0x1)",                              "(main+0x1)"},
+    {"the offset ends at the first parenthesis",        "m(fun+0x1)+0x2)",                         "m(fun+0x1)"},
+    {"a second plus belongs to the offset",             "m(fun+0x1+2)",                            "m(fun+0x1+2)"},
+    {"a second opening belongs to the function",        "m((fun+0x1)",                             "m((fun+0x1)"},
+    {"what follows is dropped",                         "m(fun+0x1) and more (of it)",             "m(fun+0x1)"},
+    {"one letter reads as the type it is mangled to",   "m(f+0x1)",                                "m(float+0x1)"},
+};
+// clang-format on
+
+class TraceLineTest : public StackTraceTest, public testing::WithParamInterface<LineCase> {};
+INSTANTIATE_TEST_SUITE_P(StackTraceTest, TraceLineTest, testing::ValuesIn(kLineCases));
+
+TEST_P(TraceLineTest, LinesAreTakenApartAndPutTogether) {
+    EXPECT_THAT(traceOf({GetParam().symbol}), testing::ElementsAre(GetParam().line))
+        << GetParam().says;
+}
+
+TEST_F(StackTraceTest, LinesKeepThePlatformsOrder) {
+    EXPECT_THAT(traceOf({"a(one+1)", "raw", "c(two+2)"}),
+                testing::ElementsAre("a(one+1)", "raw", "c(two+2)"));
+}
+
+TEST_F(StackTraceTest, NullLineEndsTheWalk) {
+    EXPECT_THAT(traceOf({"a(one+1)", nullptr, "c(two+2)"}), testing::ElementsAre("a(one+1)"));
+}
+
+TEST_F(StackTraceTest, NameThatCannotBeDemangledStays) {
+    crafted_demangling = [] { return nullptr; };
+    EXPECT_THAT(traceOf({"m(_ZN1a1bEv+0x1d)"}), testing::ElementsAre("m(_ZN1a1bEv+0x1d)"));
+}
+
+TEST_F(StackTraceTest, NoFramesMakeAnEmptyTrace) {
+    for (const int count : {0, -1}) {
+        const Fault fault(Call::backtrace, count);
+        EXPECT_THAT(Exception("m").getStackTrace(), IsEmpty()) << count;
+    }
+}
+
+TEST_F(StackTraceTest, NoSymbolsMakeAnEmptyTrace) {
+    crafted_symbols = [] { return nullptr; };
+    EXPECT_THAT(Exception("m").getStackTrace(), IsEmpty());
+}
+
+TEST_F(StackTraceTest, FailedAllocationMakesAnEmptyTrace) {
+    unsigned failures = 0;
+    for (unsigned long nth = 1; failures + 1 == nth; ++nth) {
+        const std::size_t before = liveBytes();
+        {
+            const Fault fault(Call::operator_new, 0, nth);
+            const TraceableException e;
+            if (fault.hasFired()) ++failures;
+            EXPECT_EQ(e.getStackTrace().empty(), fault.hasFired()) << "allocation " << nth;
+        }
+        EXPECT_EQ(liveBytes(), before) << "allocation " << nth;
+    }
+    EXPECT_GT(failures, 2u);
+}
+
+TEST_F(StackTraceTest, ExceptionOfNoStandardClassMakesAnEmptyTrace) {
+    crafted_demangling = []() -> char* { throw 1; };
+    EXPECT_THAT(TraceableException().getStackTrace(), IsEmpty());
+}
+
+TEST_F(StackTraceTest, HoldsEveryFrameInnermostFirst) {
+    const ErrnoException e("m", 2);
+    const auto& trace = e.getStackTrace();
+    ASSERT_THAT(trace, SizeIs(testing::Gt(5u)));
+    EXPECT_THAT(trace[0], HasSubstr("libtarnutil.so.1(+0x"));  // the capture has no exported name
+    EXPECT_THAT(trace[1],
+                HasSubstr("libtarnutil.so.1(TraceableException::TraceableException()+0x"));
+    EXPECT_THAT(trace[2], HasSubstr("libtarnutil.so.1(tarnutil::Exception::Exception("));
+    EXPECT_THAT(trace[3], HasSubstr("libtarnutil.so.1(tarnutil::ErrnoException::ErrnoException("));
+    EXPECT_THAT(trace[4], HasSubstr("Exception_test("));
+    EXPECT_THAT(trace.back(), HasSubstr("Exception_test(_start+0x"));
+}
+
+[[gnu::noinline]] std::size_t traceSizeBelow(int depth) {
+    if (depth == 0) return TraceableException().getStackTrace().size();
+    const std::size_t size = traceSizeBelow(depth - 1);
+    __asm__ volatile("" ::: "memory");  // no tail call: each level keeps its frame
+    return size;
+}
+
+TEST_F(StackTraceTest, IsCutToSixtyFourFrames) { EXPECT_EQ(traceSizeBelow(100), 64u); }
+
+TEST_F(StackTraceTest, CopyKeepsTheTraceOfItsOriginal) {
+    const ErrnoException original("m", 5);
+    const ErrnoException copy(original);
+    EXPECT_EQ(copy.getStackTrace(), original.getStackTrace());
+    EXPECT_STREQ(copy.what(), original.what());
+    EXPECT_EQ(copy.getErrorNumber(), 5);
+}
+
+class Derived : public IOException {
+public:
+    Derived() : IOException("m") {}
+};
+
+TEST_F(StackTraceTest, KindIsTheClassOfTheObject) {
+    EXPECT_EQ(TraceableException().kind(), "TraceableException");
+    EXPECT_EQ(Exception("m").kind(), "tarnutil::Exception");
+    EXPECT_EQ(ErrnoException("m").kind(), "tarnutil::ErrnoException");
+    EXPECT_EQ(IOException("m").kind(), "tarnutil::IOException");
+    EXPECT_EQ(Derived().kind(), "Derived");
+    const IOException io("m");
+    const TraceableException& base = io;
+    EXPECT_EQ(base.kind(), "tarnutil::IOException");
+}
+
+namespace {
+class Unnamed : public Exception {
+public:
+    Unnamed() : Exception("m") {}
+};
+}  // namespace
+
+TEST_F(StackTraceTest, KindOfAClassThatOneFileKnowsIsReadableToo) {
+    ASSERT_EQ(Unnamed().kind(), "(anonymous namespace)::Unnamed");
+}
+
+TEST_F(StackTraceTest, KindIsGenericIfTheNameCannotBeDemangled) {
+    const IOException e("m");
+    crafted_demangling = [] { return nullptr; };
+    EXPECT_EQ(e.kind(), "generic");
+}
+
+TEST(ExceptionTest, WhatIsTheMessage) {
+    EXPECT_STREQ(Exception("Could not do it").what(), "Could not do it");
+    EXPECT_STREQ(IOException("Could not read").what(), "Could not read");
+    EXPECT_STREQ(Exception("").what(), "");
+}
+
+TEST(ExceptionTest, EveryClassIsCaughtByItsBases) {
+    EXPECT_THROW(throw TraceableException(), std::exception);
+    EXPECT_THROW(throw Exception("m"), TraceableException);
+    EXPECT_THROW(throw ErrnoException("m"), TraceableException);
+    EXPECT_THROW(throw IOException("m"), TraceableException);
+    EXPECT_THROW(throw ErrnoException("m"), Exception);
+    EXPECT_THROW(throw IOException("m"), Exception);
+    EXPECT_STREQ(static_cast<const std::exception&>(TraceableException()).what(), "std::exception");
+}
+
+struct ErrnoCase {
+    const char* says;
+    const char* msg;
+    int current;  // errno when the exception is built
+    int errnum;
+    int number;  // what the exception has to hold
+    const char* message;
+};
+
+// clang-format off
+const ErrnoCase kErrnoCases[] = {
+    // says                          msg                current  errnum  number  message
+    {"-1 stands for errno",          "X",               ENOENT,  -1,     2,      "X: errno 2: No such file or directory"},
+    {"0 is a number",                "X",               ENOENT,  0,      0,      "X: errno 0: Success"},
+    {"a number of its own",          "Could not do it", ENOENT,  24,     24,     "Could not do it: errno 24: Too many open files"},
+    {"a negative number",            "X",               ENOENT,  -5,     -5,     "X: errno -5: Unknown error -5"},
+    {"a number that nobody knows",   "X",               ENOENT,  12345,  12345,  "X: errno 12345: Unknown error 12345"},
+    {"an empty message",             "",                ENOENT,  1,      1,      ": errno 1: Operation not permitted"},
+};
+// clang-format on
+
+class ErrnoExceptionTest : public testing::TestWithParam<ErrnoCase> {};
+INSTANTIATE_TEST_SUITE_P(All, ErrnoExceptionTest, testing::ValuesIn(kErrnoCases));
+
+TEST_P(ErrnoExceptionTest, HoldsNumberAndMessage) {
+    const ErrnoCase& row = GetParam();
+    errno = row.current;
+    const ErrnoException e(row.msg, row.errnum);
+    EXPECT_STREQ(e.what(), row.message) << row.says;
+    EXPECT_EQ(e.getErrorNumber(), row.number) << row.says;
+}
+
+TEST(ErrnoExceptionTest, DefaultNumberIsErrno) {
+    errno = EACCES;
+    const ErrnoException e("X");
+    EXPECT_STREQ(e.what(), "X: errno 13: Permission denied");
+    EXPECT_EQ(e.getErrorNumber(), EACCES);
+}
+
+TEST(ErrnoExceptionTest, NumberIsReadAgainAfterTheMessageWasBuilt) {
+    crafted_symbols = [] {
+        errno = EINTR;  // the base class captures its trace between the two readings
+        return nullptr;
+    };
+    errno = EACCES;
+    const ErrnoException e("X");
+    crafted_symbols = nullptr;
+    EXPECT_STREQ(e.what(), "X: errno 13: Permission denied");
+    EXPECT_EQ(e.getErrorNumber(), EINTR);
+}
+
+TEST(ErrnoExceptionTest, CreateMsgHasItsTwoSeparators) {
+    EXPECT_EQ(ErrnoException::createMsg("X", ENOENT), "X: errno 2: No such file or directory");
+    EXPECT_EQ(ErrnoException::createMsg("", -5), ": errno -5: Unknown error -5");
+    EXPECT_EQ(ErrnoException::createMsg("a: errno 1: b", 2),
+              "a: errno 1: b: errno 2: No such file or directory");
+}
+
+TEST(GetStrerrorTest, IsTheSystemsText) {
+    EXPECT_EQ(Exception::getStrerror(EDEADLK), "Resource deadlock avoided");
+    EXPECT_EQ(Exception::getStrerror(0), "Success");
+    EXPECT_EQ(Exception::getStrerror(99999), "Unknown error 99999");
+}
+
+TEST(GetStrerrorTest, NullTextIsSaidSo) {
+    const Fault fault(Call::strerror_r, 0);
+    EXPECT_EQ(Exception::getStrerror(EIO), "strerror_r returned NULL");
+}
+
+TEST(GetStrerrorTest, FailedAllocationPassesAndLeaksNothing) {
+    const std::size_t before = liveBytes();
+    for (const unsigned long nth : {1UL, 2UL}) {  // the buffer, then the copy of the long text
+        const Fault fault(Call::operator_new, 0, nth);
+        EXPECT_THROW((void)Exception::getStrerror(EILSEQ), std::bad_alloc);
+    }
+    EXPECT_EQ(liveBytes(), before);
+}
+
+TEST(CheckErrorTest, PosixFormKeepsTheBufferUnlessItFailed) {
+    char buf[64] = "text";
+    EXPECT_EQ(check_error(0, buf, 7), buf);
+    EXPECT_STREQ(buf, "text");
+    EXPECT_EQ(check_error(EINVAL, buf, 7), buf);
+    EXPECT_STREQ(buf, "unknown error: 7");
+    EXPECT_STREQ(check_error(-1, buf, -12), "unknown error: -12");
+}
+
+TEST(CheckErrorTest, GnuFormIsItsOwnResult) {
+    char buf[] = "buffer";
+    char text[] = "text";
+    EXPECT_EQ(check_error(text, buf, 7), text);
+    EXPECT_STREQ(buf, "buffer");
+    EXPECT_EQ(check_error(static_cast<char*>(nullptr), buf, 7), nullptr);
+}

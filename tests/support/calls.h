@@ -1,0 +1,38 @@
+// The calls that a test can make fail, one row each: the row yields the enumerator Call::<name> and
+// the function that stands in front of the real one.
+//
+// The first column says how the call fails with the number that the test gave:
+//   Code     returns the number                        (pthread)
+//   Errno    returns -1 and sets errno to the number   (system calls)
+//   Null     returns null and sets errno to the number (streams, allocation)
+//   Result   returns the number, cast to its type      (OpenSSL: 0, -1, a null pointer ...)
+//
+// Keep the families apart and each sorted. A type that holds a comma needs an alias in
+// interpose.cpp.
+#ifndef TARNUTIL_TESTS_SUPPORT_CALLS_H
+#define TARNUTIL_TESTS_SUPPORT_CALLS_H
+
+// clang-format off
+#define TARNUTIL_TEST_CALLS(ROW)                                                                                      \
+    /*  fails   result       name                 parameters                                        arguments */      \
+    /* stack walking and error text */                                                                                \
+    ROW(Result, int,         backtrace,           (void** a, int b),                                (a, b))           \
+    ROW(Result, char*,       strerror_r,          (int a, char* b, std::size_t c),                  (a, b, c))        \
+    /* files and streams */                                                                                           \
+    ROW(Errno,  int,         close,               (int a),                                          (a))              \
+    ROW(Null,   FILE*,       fopen,               (const char* a, const char* b),                   (a, b))           \
+    /* end of the table */
+// clang-format on
+
+namespace tarnutil_test {
+
+enum class Call {
+#define TARNUTIL_TEST_ENUMERATOR(fails, result, name, parameters, arguments) name,
+    TARNUTIL_TEST_CALLS(TARNUTIL_TEST_ENUMERATOR)
+#undef TARNUTIL_TEST_ENUMERATOR
+        operator_new,  // throws std::bad_alloc; its number is not used
+    count
+};
+
+}  // namespace tarnutil_test
+#endif  // TARNUTIL_TESTS_SUPPORT_CALLS_H

@@ -1,0 +1,73 @@
+// The functions that stand in front of the real ones: one for each row of calls.h.
+//
+// Each is defined under a name of its own and given the real one as its symbol, because the
+// system's headers declare some of them in ways (noexcept, attributes) that a plain definition
+// would repeat.
+#include <dlfcn.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <optional>
+#include <type_traits>
+
+#include "fault.h"
+
+namespace tarnutil_test {
+namespace {
+
+// The next definition of `symbol` in link order: the real one, or a sanitizer's. Looked up once,
+// without a guard that could itself take a lock.
+template <class Function>
+Function* next(std::atomic<void*>& found, const char* symbol) {
+    void* definition = found.load(std::memory_order_relaxed);
+    if (definition == nullptr) {
+        definition = dlsym(RTLD_NEXT, symbol);
+        found.store(definition, std::memory_order_relaxed);
+    }
+    return reinterpret_cast<Function*>(definition);
+}
+
+template <class Result>
+Result failCode(int number) {
+    return number;
+}
+
+template <class Result>
+Result failErrno(int number) {
+    errno = number;
+    return -1;
+}
+
+template <class Result>
+Result failNull(int number) {
+    errno = number;
+    return nullptr;
+}
+
+template <class Result>
+Result failResult(int number) {
+    if constexpr (std::is_pointer_v<Result>) {
+        return number == 0 ? nullptr
+                           : reinterpret_cast<Result>(static_cast<std::ptrdiff_t>(number));
+    } else {
+        return static_cast<Result>(number);
+    }
+}
+
+}  // namespace
+}  // namespace tarnutil_test
+
+#define TARNUTIL_TEST_INTERPOSE(fails, result, name, parameters, arguments) \
+    extern "C" result tarnutil_test_##name parameters __asm__(#name);       \
+    extern "C" result tarnutil_test_##name parameters {                     \
+        using namespace tarnutil_test;                                      \
+        static std::atomic<void*> found{nullptr};                           \
+        if (const std::optional<int> number = Fault::due(Call::name)) {     \
+            return fail##fails<result>(*number);                            \
+        }                                                                   \
+        return next<result parameters>(found, #name) arguments;             \
+    }
+
+TARNUTIL_TEST_CALLS(TARNUTIL_TEST_INTERPOSE)

@@ -1,0 +1,37 @@
+#include "leaks.h"
+
+#include <dirent.h>
+#include <malloc.h>
+
+#include <cstdlib>
+#include <memory>
+
+namespace tarnutil_test {
+namespace {
+
+struct CloseDirectory {
+    void operator()(DIR* directory) const { closedir(directory); }
+};
+
+}  // namespace
+
+std::set<int> openDescriptors() {
+    const std::unique_ptr<DIR, CloseDirectory> directory(opendir("/proc/self/fd"));
+    std::set<int> found;
+    while (const dirent* entry = readdir(directory.get())) {
+        const int descriptor = std::atoi(entry->d_name);
+        if (entry->d_name[0] != '.' && descriptor != dirfd(directory.get()))
+            found.insert(descriptor);
+    }
+    return found;
+}
+
+std::size_t liveBytes() {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    return 0;
+#else
+    return mallinfo2().uordblks;
+#endif
+}
+
+}  // namespace tarnutil_test

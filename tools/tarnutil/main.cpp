@@ -1,0 +1,56 @@
+// tarnutil: the library at the shell.
+#include <iostream>
+
+#include <tarnutil/Exception.h>
+#include <tarnutil/version.h>
+
+#include "commands.h"
+
+namespace tarnutil_command {
+namespace {
+
+constexpr const char* kExample = R"(Example:
+  tarnutil token issue --key issuer.pem --user alice role=admin | tarnutil token check --key issuer.pub
+)";
+
+void printTrace(const TraceableException& e) {
+    std::cerr << e.kind() << '\n';
+    for (const std::string& line : e.getStackTrace()) std::cerr << "  at " << line << '\n';
+}
+
+// Parses the arguments, which runs the subcommand, and turns what that throws into an exit code.
+int run(CLI::App& app, const bool& withTrace, int argc, char** argv) {
+    try {
+        app.parse(argc, argv);
+        return kGood;
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? kGood : kUnusable;
+    } catch (const Refused& e) {
+        std::cerr << "tarnutil: " << e.what() << '\n';
+        return kRefused;
+    } catch (const Unusable& e) {
+        std::cerr << "tarnutil: " << e.what() << '\n';
+        return kUnusable;
+    } catch (const tarnutil::Exception& e) {
+        std::cerr << "tarnutil: " << e.what() << '\n';
+        if (withTrace) printTrace(e);
+        return kRefused;
+    }
+}
+
+}  // namespace
+}  // namespace tarnutil_command
+
+int main(int argc, char** argv) {
+    using namespace tarnutil_command;
+
+    CLI::App app("libtarnutil at the shell", "tarnutil");
+    bool withTrace = false;
+    app.set_version_flag("--version", "tarnutil " TARNUTIL_VERSION);
+    app.add_flag("--trace", withTrace,
+                 "With an exception's message, print its class and stack trace");
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.footer(kExample);
+    return run(app, withTrace, argc, argv);
+}
