@@ -19,8 +19,22 @@
     ROW(Result, int,         backtrace,           (void** a, int b),                                (a, b))           \
     ROW(Result, char*,       strerror_r,          (int a, char* b, std::size_t c),                  (a, b, c))        \
     /* files and streams */                                                                                           \
+    ROW(Errno,  int,         chmod,               (const char* a, mode_t b),                        (a, b))           \
     ROW(Errno,  int,         close,               (int a),                                          (a))              \
+    ROW(Errno,  int,         closedir,            (DIR* a),                                         (a))              \
+    ROW(Errno,  int,         fclose,              (FILE* a),                                        (a))              \
     ROW(Null,   FILE*,       fopen,               (const char* a, const char* b),                   (a, b))           \
+    ROW(Null,   FILE*,       fopen64,             (const char* a, const char* b),                   (a, b))           \
+    ROW(Errno,  int,         lstat,               (const char* a, struct stat* b),                  (a, b))           \
+    ROW(Errno,  int,         mkdir,               (const char* a, mode_t b),                        (a, b))           \
+    ROW(Null,   DIR*,        opendir,             (const char* a),                                  (a))              \
+    ROW(Errno,  ssize_t,     read,                (int a, void* b, std::size_t c),                  (a, b, c))        \
+    ROW(Code,   int,         readdir_r,           (DIR* a, dirent* b, dirent** c),                  (a, b, c))        \
+    ROW(Errno,  int,         remove,              (const char* a),                                  (a))              \
+    ROW(Errno,  int,         stat,                (const char* a, struct stat* b),                  (a, b))           \
+    ROW(Errno,  int,         unlink,              (const char* a),                                  (a))              \
+    ROW(Errno,  ssize_t,     write,               (int a, const void* b, std::size_t c),            (a, b, c))        \
+    ROW(Errno,  ssize_t,     writev,              (int a, const iovec* b, int c),                   (a, b, c))        \
     /* end of the table */
 // clang-format on
 

@@ -3,7 +3,11 @@
 // Each is defined under a name of its own and given the real one as its symbol, because the
 // system's headers declare some of them in ways (noexcept, attributes) that a plain definition
 // would repeat.
+#include <dirent.h>
 #include <dlfcn.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
