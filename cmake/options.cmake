@@ -41,7 +41,7 @@ function(tarnutil_hardening target)
   endif()
   target_compile_options(${target} PRIVATE -fstack-protector-strong -fstack-clash-protection
                                            -fcf-protection=full)
-  target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack)
+  target_link_options(${target} PRIVATE -Wl,-z,relro -Wl,-z,now -Wl,-z,noexecstack -Wl,-z,shstk)
   if(NOT TARNUTIL_SANITIZE)
     target_compile_options(
       ${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
