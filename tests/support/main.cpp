@@ -3,13 +3,31 @@
 #include <gmock/gmock.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
+
+#ifdef TARNUTIL_COVERAGE
+extern "C" void __gcov_dump();
+
+namespace {
+
+// What a process that is made to abort has run counts too.
+void countBeforeAborting(int) {
+    __gcov_dump();
+    std::signal(SIGABRT, SIG_DFL);
+}
+
+}  // namespace
+#endif
 
 int main(int argc, char** argv) {
     if (std::getenv("GLIBC_TUNABLES") == nullptr) {
         setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", /*overwrite=*/1);
         execv("/proc/self/exe", argv);
     }
+#ifdef TARNUTIL_COVERAGE
+    std::signal(SIGABRT, countBeforeAborting);
+#endif
     testing::InitGoogleMock(&argc, argv);
     testing::FLAGS_gtest_death_test_style = "threadsafe";
     return RUN_ALL_TESTS();

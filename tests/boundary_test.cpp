@@ -1,0 +1,78 @@
+// What may leave an operation: the class that it documents. A failed allocation inside it ends the
+// process.
+#include "../util/boundary.h"
+
+#include <gmock/gmock.h>
+#include <pthread.h>
+
+#include <stdexcept>
+#include <string>
+
+#include <tarnutil/Exception.h>
+#include <tarnutil/File.h>
+
+#include "fault.h"
+
+using namespace tarnutil;
+using namespace tarnutil_test;
+
+TEST(AdmitOnlyTest, ReturnsTheResult) {
+    EXPECT_EQ(admitOnly<Exception>([] { return 3; }), 3);
+    int effect = 0;
+    admitOnly<Exception>([&] { effect = 1; });
+    EXPECT_EQ(effect, 1);
+}
+
+TEST(AdmitOnlyTest, LetsTheClassAndItsDescendantsOut) {
+    EXPECT_THROW(admitOnly<Exception>([] { throw Exception("m"); }), Exception);
+    EXPECT_THROW(admitOnly<Exception>([] { throw IOException("m"); }), IOException);
+}
+
+TEST(AdmitOnlyDeathTest, EndsTheProcessForAnythingElse) {
+    EXPECT_EXIT(admitOnly<IOException>([] { throw Exception("m"); }),
+                testing::KilledBySignal(SIGABRT), "");
+    EXPECT_EXIT(admitOnly<Exception>([] { throw std::runtime_error("m"); }),
+                testing::KilledBySignal(SIGABRT), "");
+    EXPECT_EXIT(admitOnly<Exception>([] { throw 1; }), testing::KilledBySignal(SIGABRT), "");
+}
+
+TEST(AdmitOnlyTest, LetsCancellationOfTheThreadThrough) {
+    pthread_t thread;
+    const auto cancelInside = [](void*) -> void* {
+        admitOnly<Exception>([] {
+            pthread_cancel(pthread_self());
+            pthread_testcancel();
+        });
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, nullptr, cancelInside, nullptr), 0);
+    void* result = nullptr;
+    ASSERT_EQ(pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+}
+
+struct BoundaryCase {
+    const char* operation;
+    void (*run)();
+};
+
+// Each allocates on its own while an allocation fails.
+const std::string kLongPath(200, 'x');
+
+const BoundaryCase kBoundaryCases[] = {
+    {"File::removeFile", [] { File::removeFile(kLongPath); }},
+    {"File::getFileSize", [] { (void)File::getFileSize(kLongPath); }},
+    {"File::getAllocatedFileSize", [] { (void)File::getAllocatedFileSize(kLongPath); }},
+    {"File::copy", [] { File::copy(kLongPath, kLongPath); }},
+};
+
+class BoundaryDeathTest : public testing::TestWithParam<BoundaryCase> {};
+INSTANTIATE_TEST_SUITE_P(All, BoundaryDeathTest, testing::ValuesIn(kBoundaryCases));
+
+TEST_P(BoundaryDeathTest, FailedAllocationEndsTheProcess) {
+    const auto runWithoutMemory = [] {
+        const Fault fault(Call::operator_new, 0, 1, Fault::fromThenOn);
+        GetParam().run();
+    };
+    EXPECT_EXIT(runWithoutMemory(), testing::KilledBySignal(SIGABRT), "") << GetParam().operation;
+}
