@@ -27,6 +27,8 @@
     ROW(Null,   FILE*,       fopen64,             (const char* a, const char* b),                   (a, b))           \
     ROW(Errno,  int,         lstat,               (const char* a, struct stat* b),                  (a, b))           \
     ROW(Errno,  int,         mkdir,               (const char* a, mode_t b),                        (a, b))           \
+    ROW(Null,   char*,       mkdtemp,             (char* a),                                        (a))              \
+    ROW(Errno,  int,         mkstemp,             (char* a),                                        (a))              \
     ROW(Null,   DIR*,        opendir,             (const char* a),                                  (a))              \
     ROW(Errno,  ssize_t,     read,                (int a, void* b, std::size_t c),                  (a, b, c))        \
     ROW(Code,   int,         readdir_r,           (DIR* a, dirent* b, dirent** c),                  (a, b, c))        \
@@ -35,6 +37,14 @@
     ROW(Errno,  int,         unlink,              (const char* a),                                  (a))              \
     ROW(Errno,  ssize_t,     write,               (int a, const void* b, std::size_t c),            (a, b, c))        \
     ROW(Errno,  ssize_t,     writev,              (int a, const iovec* b, int c),                   (a, b, c))        \
+    /* child processes and pipes */                                                                                   \
+    ROW(Errno,  int,         dup,                 (int a),                                          (a))              \
+    ROW(Errno,  int,         dup2,                (int a, int b),                                   (a, b))           \
+    ROW(Errno,  int,         execv,               (const char* a, char* const* b),                  (a, b))           \
+    ROW(Errno,  pid_t,       fork,                (),                                               ())               \
+    ROW(Errno,  int,         kill,                (pid_t a, int b),                                 (a, b))           \
+    ROW(Errno,  int,         pipe,                (int* a),                                         (a))              \
+    ROW(Errno,  pid_t,       waitpid,             (pid_t a, int* b, int c),                         (a, b, c))        \
     /* end of the table */
 // clang-format on
 

@@ -17,6 +17,7 @@
 #include <type_traits>
 
 #include "fault.h"
+#include "trail.h"
 
 namespace tarnutil_test {
 namespace {
@@ -68,6 +69,7 @@ Result failResult(int number) {
     extern "C" result tarnutil_test_##name parameters {                     \
         using namespace tarnutil_test;                                      \
         static std::atomic<void*> found{nullptr};                           \
+        Trail::Note(Call::name) arguments;                                  \
         if (const std::optional<int> number = Fault::due(Call::name)) {     \
             return fail##fails<result>(*number);                            \
         }                                                                   \
