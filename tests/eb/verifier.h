@@ -1,0 +1,20 @@
+// The invariants of a bitmap, looked up in its records.
+#ifndef TARNUTIL_TESTS_EB_VERIFIER_H
+#define TARNUTIL_TESTS_EB_VERIFIER_H
+
+#include <cstdint>
+#include <vector>
+
+#include <tarnutil/eb.h>
+
+namespace tarnutil_test {
+
+// Each says which invariant is broken, or is null when all hold.
+const char* brokenAlong(const eb_t* eb, std::uint64_t pos);  // the levels that `pos` belongs to
+const char* brokenAnywhere(const eb_t* eb);                  // every level
+
+// All positions that the tops hold, ascending, read from every word.
+std::vector<std::uint64_t> positionsInTops(const eb_t* eb);
+
+}  // namespace tarnutil_test
+#endif  // TARNUTIL_TESTS_EB_VERIFIER_H
