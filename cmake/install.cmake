@@ -1,24 +1,54 @@
 # What is installed: the library, its headers, what CMake and pkg-config need to find them, and the
-# command where it is built.
+# command where it is built. The components are the packages (see package.cmake).
 include(CMakePackageConfigHelpers)
 
-install(TARGETS tarnutil EXPORT tarnutilTargets)
-install(DIRECTORY include/tarnutil DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+install(
+  TARGETS tarnutil
+  EXPORT tarnutilTargets
+  LIBRARY COMPONENT runtime NAMELINK_COMPONENT dev)
+install(
+  DIRECTORY include/tarnutil
+  DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  COMPONENT dev
+  FILES_MATCHING
+  PATTERN "*.h")
 if(TARNUTIL_TOOLS)
-  install(TARGETS tarnutil_command)
+  install(TARGETS tarnutil_command RUNTIME COMPONENT tools)
 endif()
 
 set(tarnutil_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarnutil)
 install(
   EXPORT tarnutilTargets
   NAMESPACE tarnutil::
-  DESTINATION ${tarnutil_cmake_dir})
+  DESTINATION ${tarnutil_cmake_dir}
+  COMPONENT dev)
 configure_package_config_file(cmake/tarnutilConfig.cmake.in ${PROJECT_BINARY_DIR}/tarnutilConfig.cmake
                               INSTALL_DESTINATION ${tarnutil_cmake_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/tarnutilConfigVersion.cmake
                                  COMPATIBILITY SameMajorVersion)
-install(FILES ${PROJECT_BINARY_DIR}/tarnutilConfig.cmake ${PROJECT_BINARY_DIR}/tarnutilConfigVersion.cmake
-        DESTINATION ${tarnutil_cmake_dir})
+install(
+  FILES ${PROJECT_BINARY_DIR}/tarnutilConfig.cmake ${PROJECT_BINARY_DIR}/tarnutilConfigVersion.cmake
+  DESTINATION ${tarnutil_cmake_dir}
+  COMPONENT dev)
 
 configure_file(cmake/libtarnutil.pc.in ${PROJECT_BINARY_DIR}/libtarnutil.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/libtarnutil.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+install(
+  FILES ${PROJECT_BINARY_DIR}/libtarnutil.pc
+  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+  COMPONENT dev)
+
+# Manual pages: those of the command belong to it, the others to who writes programs.
+install(
+  DIRECTORY docs/man/
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+  COMPONENT tools
+  FILES_MATCHING
+  PATTERN "*.1")
+foreach(section 3 7)
+  install(
+    DIRECTORY docs/man/
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man${section}
+    COMPONENT dev
+    FILES_MATCHING
+    PATTERN "*.${section}")
+endforeach()
