@@ -1,0 +1,915 @@
+#include <tarnutil/ssl_suite.h>
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <numeric>
+#include <optional>
+#include <random>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "ssl_suite_listing.h"
+#include "ssl_suite_model.h"
+
+using namespace tarnutil_test;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define TARNUTIL_TEST_OWN_ALLOCATOR
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define TARNUTIL_TEST_OWN_ALLOCATOR
+#endif
+#endif
+
+#ifndef TARNUTIL_TEST_OWN_ALLOCATOR
+
+// This program's allocation functions, in front of libc's: they count.
+namespace {
+unsigned long allocations = 0;
+}
+
+extern "C" {
+void* __libc_malloc(size_t size);
+void* __libc_calloc(size_t count, size_t size);
+void* __libc_realloc(void* block, size_t size);
+
+void* malloc(size_t size) noexcept {
+    ++allocations;
+    return __libc_malloc(size);
+}
+void* calloc(size_t count, size_t size) noexcept {
+    ++allocations;
+    return __libc_calloc(count, size);
+}
+void* realloc(void* block, size_t size) noexcept {
+    ++allocations;
+    return __libc_realloc(block, size);
+}
+}
+
+#endif
+
+namespace {
+
+using Indices = std::vector<unsigned>;
+
+Indices wholeCatalogue() {
+    Indices all(SSL_SUITE_COUNT);
+    std::iota(all.begin(), all.end(), 0u);
+    return all;
+}
+
+// A context over the records of `suites`, in that order, and what its callback was told.
+class Selection {
+public:
+    explicit Selection(const Indices& suites = wholeCatalogue())
+        : ctx(new ssl_suite_ctx_t), members(suites) {
+        ssl_suite_ctx_init(ctx.get());
+        ctx->first = nullptr;
+        ctx->last = &ctx->first;
+        for (std::size_t i = 0; i < suites.size(); ++i) append(ctx->entries[i], suites[i]);
+        ctx->report = "yes";
+    }
+
+    ssl_suite_ctx_t* operator->() { return ctx.get(); }
+    ssl_suite_ctx_t* get() { return ctx.get(); }
+
+    int apply(const std::string& text, bool expand = true) {
+        // A copy of exactly that size, so that a sanitizer sees a read past its end.
+        const std::vector<char> bytes(text.begin(), text.end());
+        return ssl_suite_cmd(ctx.get(), bytes.data(), static_cast<unsigned>(bytes.size()), expand,
+                             note, this);
+    }
+
+    // Every entry, in list order.
+    std::vector<ModelItem> list() const {
+        std::vector<ModelItem> items;
+        for (const ssl_suite_entry_t* entry = ctx->first; entry != nullptr; entry = entry->next) {
+            items.push_back({entry->suite, (entry->flags & SSL_SUITE_ENTRY_ENABLED) != 0,
+                             (entry->flags & SSL_SUITE_ENTRY_DRAFT_DTLS) != 0});
+        }
+        return items;
+    }
+
+    Indices order() const {
+        Indices suites;
+        for (const ModelItem& item : list()) suites.push_back(item.suite);
+        return suites;
+    }
+
+    // The enabled ones, in list order.
+    Indices offer() const {
+        Indices suites;
+        for (const ModelItem& item : list()) {
+            if (item.enabled) suites.push_back(item.suite);
+        }
+        return suites;
+    }
+
+    // Whether the links lead through the list both ways and its end is known.
+    bool isLinked() const {
+        ssl_suite_entry_t* const* link = &ctx->first;
+        std::size_t count = 0;
+        for (; *link != nullptr; link = &(*link)->next) {
+            if ((*link)->prev != link || ++count > members.size()) return false;
+        }
+        return ctx->last == link;
+    }
+
+    std::vector<std::string> reported;
+
+private:
+    void append(ssl_suite_entry_t& entry, unsigned suite) {
+        entry = {nullptr, ctx->last, static_cast<std::uint16_t>(suite), 0, 0};
+        *ctx->last = &entry;
+        ctx->last = &entry.next;
+    }
+
+    static int note(void* self, ssl_suite_ctx_t* ctx, const char* term) {
+        Selection& selection = *static_cast<Selection*>(self);
+        EXPECT_EQ(ctx, selection.ctx.get());
+        selection.reported.push_back(term);
+        return static_cast<int>(selection.reported.size());  // of no meaning to the library
+    }
+
+    std::unique_ptr<ssl_suite_ctx_t> ctx;
+    Indices members;
+};
+
+template <typename Test>
+Indices listedWhere(Test test) {
+    Indices suites;
+    for (const ListedSuite& suite : listedSuites()) {
+        if (test(suite)) suites.push_back(suite.index);
+    }
+    return suites;
+}
+
+Indices selectedBy(const std::string& keyword) {
+    return listedWhere([&](const ListedSuite& s) { return keywordVote(keyword, s.index) > 0; });
+}
+
+Indices without(Indices suites, const Indices& others) {
+    const auto isOther = [&](unsigned suite) {
+        return std::find(others.begin(), others.end(), suite) != others.end();
+    };
+    suites.erase(std::remove_if(suites.begin(), suites.end(), isOther), suites.end());
+    return suites;
+}
+
+Indices joined(Indices a, const Indices& b) {
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// ---- Keywords ----
+
+class SslSuiteKeywordTest : public testing::TestWithParam<std::string> {};
+INSTANTIATE_TEST_SUITE_P(All, SslSuiteKeywordTest, testing::ValuesIn(selectingKeywords()));
+
+TEST_P(SslSuiteKeywordTest, SelectsItsSuitesAlone) {
+    Selection selection;
+    selection->flags = SSL_SUITE_CTX_GMSSL;
+    EXPECT_EQ(selection.apply(GetParam(), /*expand=*/false), 1);
+    EXPECT_EQ(selection.offer(), selectedBy(GetParam()));
+    EXPECT_EQ(selection.order(),
+              joined(without(wholeCatalogue(), selectedBy(GetParam())), selectedBy(GetParam())));
+    EXPECT_TRUE(selection.isLinked());
+    EXPECT_THAT(selection.reported, IsEmpty());
+}
+
+TEST_P(SslSuiteKeywordTest, IsKnownInAnyLetterCase) {
+    std::string shouted = GetParam();
+    for (char& c : shouted) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    Selection selection;
+    selection->flags = SSL_SUITE_CTX_GMSSL_ALT;
+    EXPECT_EQ(selection.apply(shouted, /*expand=*/false), 1);
+    EXPECT_EQ(selection.offer(), selectedBy(GetParam()));
+}
+
+TEST_P(SslSuiteKeywordTest, IsNoSuiteName) {
+    for (const ListedSuite& suite : listedSuites()) EXPECT_NE(lowered(suite.name), GetParam());
+}
+
+TEST(SslSuiteKeywordsTest, ThereAre44OfThem) { EXPECT_EQ(selectingKeywords().size(), 44u); }
+
+TEST(SslSuiteKeywordsTest, DesIsSingleDesAnd3desTriple) {
+    Selection single, triple;
+    EXPECT_EQ(single.apply("des"), 1);
+    EXPECT_EQ(triple.apply("3des"), 1);
+    for (unsigned suite : single.offer()) EXPECT_LT(ssl_suite[suite].strength, 168);
+    for (unsigned suite : triple.offer()) EXPECT_EQ(ssl_suite[suite].strength, 168);
+    EXPECT_EQ(single.offer().size() + triple.offer().size(), 41u);
+}
+
+TEST(SslSuiteKeywordsTest, NoneSelectsNothingWhateverItsOperator) {
+    for (const char* text : {"none", "!none", "-none", "+none"}) {
+        Selection selection;
+        EXPECT_EQ(selection.apply(std::string("aes:") + text), 1);
+        EXPECT_EQ(selection.offer(), selectedBy("aes")) << text;
+    }
+}
+
+TEST(SslSuiteKeywordsTest, OnlyNullAndTheirNamesReachTheNullSuites) {
+    const Indices nulls = selectedBy("null");
+    EXPECT_EQ(nulls.size(), 8u);
+    for (const std::string& keyword : selectingKeywords()) {
+        if (keyword == "null") continue;
+        Selection selection;
+        selection->flags = SSL_SUITE_CTX_GMSSL;
+        EXPECT_EQ(selection.apply(keyword, /*expand=*/false), 1);
+        EXPECT_EQ(without(selection.offer(), nulls), selection.offer()) << keyword;
+    }
+    Selection byName;
+    EXPECT_EQ(byName.apply("null-md5"), 1);
+    EXPECT_THAT(byName.offer(), ElementsAre(167, 168, 169, 170));
+}
+
+// ---- Names ----
+
+TEST(SslSuiteNamesTest, EveryNameSelectsAllItsRecordsInAnyLetterCase) {
+    for (const ListedSuite& wanted : listedSuites()) {
+        const Indices same =
+            listedWhere([&](const ListedSuite& suite) { return suite.name == wanted.name; });
+        for (const std::string& text : {wanted.name, lowered(wanted.name)}) {
+            Selection selection;
+            selection->flags = SSL_SUITE_CTX_GMSSL;
+            EXPECT_EQ(selection.apply(text), 1);
+            EXPECT_EQ(selection.offer(), same) << text;
+        }
+    }
+}
+
+TEST(SslSuiteNamesTest, ANameIsKnownThoughTheListHasNoneOfItsRecords) {
+    Selection selection({0, 1, 2});
+    EXPECT_EQ(selection.apply("AES128-SHA"), 1);
+    EXPECT_THAT(selection.offer(), IsEmpty());
+}
+
+TEST(SslSuiteNamesTest, APartOfANameIsNone) {
+    Selection selection;
+    EXPECT_EQ(selection.apply("AES128-SH"), 0);
+    EXPECT_THAT(selection.reported, ElementsAre("aes128-sh"));
+}
+
+// ---- Operators ----
+
+struct CommandCase {
+    const char* says;
+    Indices suites;  // the list before
+    const char* text;
+    Indices order;  // and after
+    Indices offer;
+};
+
+void PrintTo(const CommandCase& c, std::ostream* out) { *out << c.says << ": \"" << c.text << '"'; }
+
+// Records 0 AES-GCM 128, 5 AES-GCM 256, 9 AES 256, 10 CHACHA20 256, 27 AES 128, 34 AES 256,
+// 143 RC4 128 in SSL 3, 144 RC4 128, 163 NULL.
+const CommandCase kCommandCases[] = {
+    // says                                      before               text                after
+    // offer
+    // clang-format off
+    {"no operator enables and moves",            {0, 9, 27, 143},     "aes",              {0, 143, 9, 27},     {9, 27}},
+    {"what is enabled stays in its place",       {0, 9, 27, 143},     "aes128-sha256,aes", {0, 143, 27, 9},    {27, 9}},
+    {"plus moves what is enabled",               {9, 27, 0, 143},     "aes:rc4:+aes",     {0, 143, 9, 27},     {143, 9, 27}},
+    {"plus leaves the disabled where they are",  {9, 0, 143},         "+aes",             {9, 0, 143},         {}},
+    {"minus disables and moves",                 {9, 0, 143},         "aes:rc4:-aes",     {0, 143, 9},         {143}},
+    {"minus moves the disabled too",             {9, 0, 143},         "-aes",             {0, 143, 9},         {}},
+    {"a later token enables again, at the end",  {143, 9, 0},         "rc4:aes:-rc4:rc4", {0, 9, 143},         {9, 143}},
+    {"exclamation removes for good",             {143, 9, 0},         "rc4:!rc4:rc4:aes", {0, 9},              {9}},
+    {"exclamation can empty the list",           {143, 144},          "!rc4:rc4:aes",     {},                  {}},
+    {"the first entry can go",                   {143, 9, 0},         "!rc4",             {9, 0},              {}},
+    {"the last entry can go",                    {9, 0, 143},         "!rc4:aes",         {0, 9},              {9}},
+    {"an intersection needs every term",         {0, 5, 9, 27},       "ecdhe+aes-gcm",    {9, 27, 0, 5},       {0, 5}},
+    {"three terms",                              {0, 5, 9, 27, 34},   "rsa+aes+high",     {0, 5, 9, 27, 34},   {34}},
+    {"a name can be met with a keyword",         {22, 23, 24},        "aes128-sha+tlsv1", {22, 24, 23},        {23}},
+    {"two names never meet",                     {9, 27},             "aes128-sha+aes128-sha256", {9, 27},     {}},
+    {"a term can be repeated",                   {9, 0},              "aes+aes+aes",      {0, 9},              {9}},
+    {"votes against cost a match",               {9, 143},            "none+aes",         {9, 143},            {}},
+    {"an operator acts on an intersection",      {0, 9, 27, 143},     "aes:!aes+high",    {0, 143, 27},        {27}},
+    {"a sort is no vote of an intersection",     {143, 9, 0},         "@speed+aes",       {0, 9, 143},         {}},
+    {"nor does it care for an operator",         {143, 9, 0},         "!@speed",          {0, 9, 143},         {}},
+    {"separators are spaces, commas and more",   {9, 0, 143, 10},     "rc4 aes,aes-gcm;chacha20-poly1305", {143, 9, 0, 10}, {143, 9, 0, 10}},
+    {"one separator may end the text",           {9, 0},              "aes:",             {0, 9},              {9}},
+    {"letters of any case",                      {9, 0},              "AeS",              {0, 9},              {9}},
+    {"plus before all expands nothing",          {143, 9, 163},       "aes:+all",         {143, 163, 9},       {9}},
+    {"nor does minus",                           {9, 0, 163},         "aes:-all",         {163, 0, 9},         {}},
+    {"nor does exclamation",                     {9, 0, 163},         "aes:!all",         {163},               {}},
+    {"nor an intersection",                      {143, 9, 153},       "all+rc4",          {9, 153, 143},       {143}},
+    {"all and null never meet",                  {163, 9},            "all+null",         {163, 9},            {}},
+    // clang-format on
+};
+
+class SslSuiteCommandTest : public testing::TestWithParam<CommandCase> {};
+INSTANTIATE_TEST_SUITE_P(All, SslSuiteCommandTest, testing::ValuesIn(kCommandCases));
+
+TEST_P(SslSuiteCommandTest, DoesWhatItSays) {
+    Selection selection(GetParam().suites);
+    EXPECT_EQ(selection.apply(GetParam().text), 1);
+    EXPECT_EQ(selection.order(), GetParam().order);
+    EXPECT_EQ(selection.offer(), GetParam().offer);
+    EXPECT_TRUE(selection.isLinked());
+}
+
+TEST(SslSuiteRemovalTest, ARemovedEntryKeepsItsFlagsAndLosesItsLinks) {
+    Selection selection({9, 143});
+    EXPECT_EQ(selection.apply("rc4:!rc4"), 1);
+    EXPECT_EQ(selection->entries[1].flags, SSL_SUITE_ENTRY_ENABLED);
+    EXPECT_EQ(selection->entries[1].next, nullptr);
+    EXPECT_EQ(selection->entries[1].prev, nullptr);
+}
+
+// ---- Expansions ----
+
+TEST(SslSuiteExpansionTest, AllLeavesOutExportAndSsl3) {
+    const Indices expected = listedWhere([](const ListedSuite& suite) {
+        return suite.cipher != "NULL" && !suite.isExport() && suite.protocol != "SSL3";
+    });
+    for (const char* text : {"all", "native", "ALL", "Native"}) {
+        Selection selection;
+        EXPECT_EQ(selection.apply(text), 1);
+        EXPECT_EQ(selection.offer(), expected) << text;
+    }
+}
+
+TEST(SslSuiteExpansionTest, AllKeepsSsl3OnceItWasAskedFor) {
+    const Indices withSsl3 = listedWhere(
+        [](const ListedSuite& suite) { return suite.cipher != "NULL" && !suite.isExport(); });
+    for (const char* text :
+         {"sslv3:all", "sslv3:native", "!null:sslv3+aes:all", "+sslv3:all", "-sslv3:native"}) {
+        Selection selection;
+        EXPECT_EQ(selection.apply(text), 1);
+        Indices offered = selection.offer();
+        std::sort(offered.begin(), offered.end());
+        EXPECT_EQ(offered, withSsl3) << text;
+    }
+}
+
+TEST(SslSuiteExpansionTest, Ssl3AskedForLaterOrElsewhereDoesNotCount) {
+    Selection later;
+    EXPECT_EQ(later.apply("all:-sslv3"), 1);
+    Selection inner;
+    inner->default_string = "sslv3";
+    EXPECT_EQ(inner.apply("default:all"), 1);
+    Selection earlierCall;
+    EXPECT_EQ(earlierCall.apply("sslv3"), 1);
+    EXPECT_EQ(earlierCall.apply("-sslv3:all"), 1);
+    for (Selection* selection : {&later, &inner}) {
+        for (unsigned suite : selection->offer()) {
+            EXPECT_NE(ssl_suite[suite].protocol, SSL_PROTOCOL_SSL3);
+        }
+    }
+    EXPECT_EQ(earlierCall.apply("-sslv3"), 1);
+    EXPECT_EQ(earlierCall.apply("all"), 1);
+    for (unsigned suite : earlierCall.offer()) {
+        EXPECT_NE(ssl_suite[suite].protocol, SSL_PROTOCOL_SSL3);
+    }
+}
+
+TEST(SslSuiteExpansionTest, WithoutExpandAllIsJustAKeyword) {
+    Selection selection;
+    EXPECT_EQ(selection.apply("all", /*expand=*/false), 1);
+    EXPECT_EQ(selection.offer(), selectedBy("all"));
+}
+
+struct StringCase {
+    const char* keyword;
+    const char* ssl_suite_ctx_t::*string;
+};
+
+void PrintTo(const StringCase& c, std::ostream* out) { *out << c.keyword; }
+
+const StringCase kStringCases[] = {
+    {"default", &ssl_suite_ctx_t::default_string},
+    {"common_criteria", &ssl_suite_ctx_t::common_criteria_string},
+    {"fips", &ssl_suite_ctx_t::fips_string},
+};
+
+class SslSuiteStringTest : public testing::TestWithParam<StringCase> {
+protected:
+    // A context whose string of that name is `text`.
+    static Selection with(const char* text) {
+        Selection selection({0, 9, 27, 143, 163});
+        selection.get()->*GetParam().string = text;
+        return selection;
+    }
+    const std::string keyword = GetParam().keyword;
+};
+INSTANTIATE_TEST_SUITE_P(All, SslSuiteStringTest, testing::ValuesIn(kStringCases));
+
+TEST_P(SslSuiteStringTest, StandsForTheContextsString) {
+    Selection selection = with("rc4:aes");
+    EXPECT_EQ(selection.apply(keyword), 1);
+    EXPECT_THAT(selection.offer(), ElementsAre(143, 9, 27));
+    EXPECT_TRUE(selection.isLinked());
+}
+
+TEST_P(SslSuiteStringTest, ItsOperatorActsOnNothing) {
+    for (const char* operation : {"!", "-", "+"}) {
+        Selection selection = with("rc4:aes");
+        EXPECT_EQ(selection.apply(operation + keyword), 1);
+        EXPECT_THAT(selection.order(), ElementsAre(0, 163, 143, 9, 27)) << operation;
+        EXPECT_THAT(selection.offer(), ElementsAre(143, 9, 27)) << operation;
+    }
+}
+
+TEST_P(SslSuiteStringTest, InAnIntersectionTheOtherTermsSelectNothing) {
+    for (const std::string& text : {keyword + "+aes-gcm", "aes-gcm+" + keyword,
+                                    "aes-gcm+" + keyword + "+aes-gcm", keyword + "+" + keyword}) {
+        Selection selection = with("aes");
+        EXPECT_EQ(selection.apply(text), 1);
+        EXPECT_THAT(selection.offer(), ElementsAre(9, 27)) << text;
+    }
+}
+
+TEST_P(SslSuiteStringTest, AnEmptyStringChangesNothing) {
+    Selection selection = with("");
+    EXPECT_EQ(selection.apply("aes:!" + keyword), 1);
+    EXPECT_THAT(selection.offer(), ElementsAre(9, 27));
+}
+
+TEST_P(SslSuiteStringTest, ANullStringMakesItUnknown) {
+    Selection selection = with(nullptr);
+    EXPECT_EQ(selection.apply("aes:" + keyword + ":rc4"), 0);
+    EXPECT_THAT(selection.reported, ElementsAre(keyword));
+    EXPECT_THAT(selection.offer(), ElementsAre(9, 27));
+}
+
+TEST_P(SslSuiteStringTest, NothingExpandsInside) {
+    Selection selection = with("aes:default");
+    selection->default_string = "aes:default";
+    EXPECT_EQ(selection.apply(keyword + ":rc4"), 0);
+    EXPECT_THAT(selection.reported, ElementsAre("default"));
+    EXPECT_THAT(selection.offer(), ElementsAre(9, 27));
+    Selection whole;
+    whole.get()->*GetParam().string = "all";
+    EXPECT_EQ(whole.apply(keyword), 1);
+    EXPECT_EQ(whole.offer(), selectedBy("all"));
+}
+
+TEST_P(SslSuiteStringTest, WithoutExpandItIsUnknown) {
+    Selection selection = with("aes");
+    EXPECT_EQ(selection.apply(keyword, /*expand=*/false), 0);
+    EXPECT_THAT(selection.reported, ElementsAre(keyword));
+}
+
+TEST_P(SslSuiteStringTest, AFailingStringFailsTheCallWithOneReport) {
+    Selection selection = with("aes:nonsense:rc4");
+    EXPECT_EQ(selection.apply(keyword + ":rc4"), 0);
+    EXPECT_THAT(selection.reported, ElementsAre("nonsense"));
+    EXPECT_THAT(selection.offer(), ElementsAre(9, 27));
+}
+
+TEST_P(SslSuiteStringTest, ItIsCutLikeAnyText) {
+    std::string text;
+    while (text.size() < 1020) text += "aes ";  // 1020 bytes
+    text += "rc4xyz";
+    Selection selection = with(text.c_str());
+    EXPECT_EQ(selection.apply(keyword), 1);
+    EXPECT_THAT(selection.offer(), ElementsAre(9, 27, 143));
+}
+
+// ---- Drafts and GMSSL ----
+
+TEST(SslSuiteDraftTest, DraftdtlsMarksEveryEntryAndRfcdtlsClears) {
+    Selection selection({0, 9, 143});
+    EXPECT_EQ(selection.apply("aes:draftdtls"), 1);
+    for (const ModelItem& item : selection.list()) EXPECT_TRUE(item.draft);
+    EXPECT_THAT(selection.offer(), ElementsAre(9));
+    EXPECT_EQ(selection.apply("!RfcDtls", /*expand=*/false), 1);
+    for (const ModelItem& item : selection.list()) EXPECT_FALSE(item.draft);
+    EXPECT_THAT(selection.offer(), ElementsAre(9));
+    EXPECT_THAT(selection.order(), ElementsAre(0, 143, 9));
+}
+
+TEST(SslSuiteGmsslTest, ItsWordsAreUnknownUnlessTheContextAdmitsThem) {
+    for (const char* word : {"gmsslv1_1", "sm2", "sm3", "sm4", "ecc-sm4-sm3"}) {
+        for (const int flags : {0, 1, 2, 3, 4, 5, 8, 12}) {
+            Selection selection;
+            selection->flags = static_cast<std::uint8_t>(flags);
+            const bool admitted = flags >= 4;
+            EXPECT_EQ(selection.apply(word), admitted ? 1 : 0) << word << " with flags " << flags;
+            EXPECT_EQ(selection.offer(), admitted ? Indices{174} : Indices{});
+            EXPECT_EQ(selection.reported.size(), admitted ? 0u : 1u);
+        }
+    }
+}
+
+TEST(SslSuiteGmsslTest, OtherKeywordsReachItsSuiteInAnyContext) {
+    Selection selection;
+    EXPECT_EQ(selection.apply("medium"), 1);
+    EXPECT_EQ(selection.offer().back(), 174u);
+}
+
+// ---- Texts ----
+
+TEST(SslSuiteTextTest, AnEmptyTextChangesNothing) {
+    Selection selection({143, 9, 0});
+    EXPECT_EQ(selection.apply(""), 1);
+    EXPECT_EQ(selection.apply(std::string("\0aes:nonsense", 13)), 1);
+    EXPECT_EQ(ssl_suite_cmd(selection.get(), nullptr, 0, 1, nullptr, nullptr), 1);
+    EXPECT_THAT(selection.order(), ElementsAre(143, 9, 0));
+    EXPECT_THAT(selection.offer(), IsEmpty());
+}
+
+struct FailingCase {
+    const char* says;
+    std::string text;
+    const char* term;  // that is reported
+    Indices offer;     // what the tokens in front have enabled
+};
+
+void PrintTo(const FailingCase& c, std::ostream* out) { *out << c.says; }
+
+const FailingCase kFailingCases[] = {
+    // clang-format off
+    {"an unknown word",                        "aes:Nonsense:rc4",          "nonsense", {9}},
+    {"an unknown word behind its operator",    "aes:!Nonsense",             "nonsense", {9}},
+    {"an unknown word of an intersection",     "aes:rc4+Nonsense+x",        "nonsense", {9}},
+    {"a separator in front",                   ":aes",                      "",         {}},
+    {"nothing but a separator",                ",",                         "",         {}},
+    {"two separators in a row",                "aes::rc4",                  "",         {9}},
+    {"comma and space",                        "aes, rc4",                  "",         {9}},
+    {"two separators at the end",              "aes::",                     "",         {9}},
+    {"an operator alone",                      "aes:!",                     "",         {9}},
+    {"a plus alone",                           "aes:+",                     "",         {9}},
+    {"two operators",                          "aes:!-rc4",                 "-rc4",     {9}},
+    {"exclamation and plus",                   "aes:!+rc4",                 "",         {9}},
+    {"an intersection that ends early",        "aes:rc4+",                  "",         {9}},
+    {"an intersection with a hole",            "aes:rc4++medium",           "",         {9}},
+    {"an operator inside an intersection",     "aes:rc4+!medium",           "!medium",  {9}},
+    {"a sort that there is not",               "aes:@size",                 "@size",    {9}},
+    {"a tabulator, which separates nothing",   "aes\trc4",                  "aes\trc4", {}},
+    {"a zero byte, which does",                std::string("aes\0\0rc4", 8), "",        {9}},
+    {"a byte beyond ASCII",                    "aes:\xC4x",                 "\xC4x",    {9}},
+    // clang-format on
+};
+
+class SslSuiteFailingTest : public testing::TestWithParam<FailingCase> {};
+INSTANTIATE_TEST_SUITE_P(All, SslSuiteFailingTest, testing::ValuesIn(kFailingCases));
+
+TEST_P(SslSuiteFailingTest, FailsAtTheUnknownTermAndKeepsWhatWasDone) {
+    Selection selection({9, 0, 143});
+    EXPECT_EQ(selection.apply(GetParam().text), 0);
+    EXPECT_THAT(selection.reported, ElementsAre(GetParam().term));
+    EXPECT_EQ(selection.offer(), GetParam().offer);
+    EXPECT_TRUE(selection.isLinked());
+}
+
+TEST(SslSuiteFailureTest, TermsInFrontOfTheUnknownOneHaveActed) {
+    Selection selection({143, 9, 0});
+    EXPECT_EQ(selection.apply("@speed+draftdtls+nonsense"), 0);
+    EXPECT_THAT(selection.order(), ElementsAre(0, 9, 143));
+    EXPECT_TRUE(selection.list()[0].draft);
+}
+
+TEST(SslSuiteFailureTest, IsReportedOnlyWhenTheSwitchIsSet) {
+    for (const char* report : {static_cast<const char*>(nullptr), ""}) {
+        Selection selection;
+        selection->report = report;
+        EXPECT_EQ(selection.apply("nonsense"), 0);
+        EXPECT_THAT(selection.reported, IsEmpty());
+    }
+}
+
+TEST(SslSuiteFailureTest, NeedsNoCallback) {
+    Selection selection;
+    EXPECT_EQ(ssl_suite_cmd(selection.get(), "nonsense", 8, 1, nullptr, nullptr), 0);
+}
+
+TEST(SslSuiteTextTest, OnlyTheBytesOfItsLengthCount) {
+    Selection selection({9, 143});
+    EXPECT_EQ(ssl_suite_cmd(selection.get(), "aes:rc4", 3, 1, nullptr, nullptr), 1);
+    EXPECT_THAT(selection.offer(), ElementsAre(9));
+}
+
+// 1020 bytes of tokens that change nothing: three are left for the last one.
+std::string longText() {
+    std::string text;
+    for (int i = 0; i < 204; ++i) text += "none:";
+    return text;
+}
+
+TEST(SslSuiteTextTest, IsCutAt1023Bytes) {
+    const std::string front = longText();
+    ASSERT_EQ(front.size(), 1020u);
+    Selection cut({9, 143});
+    EXPECT_EQ(cut.apply(front + "rc4-and-more-that-is-no-word"), 1);
+    EXPECT_THAT(cut.offer(), ElementsAre(143));
+    Selection tooLate({9, 143});
+    EXPECT_EQ(tooLate.apply(front + "aes:rc4"), 1);
+    EXPECT_THAT(tooLate.offer(), ElementsAre(9));
+    Selection inTheMiddle({9, 143});
+    EXPECT_EQ(inTheMiddle.apply(front + "3des"), 0);
+    EXPECT_THAT(inTheMiddle.reported, ElementsAre("3de"));
+    Selection separatorLast({9, 143});
+    EXPECT_EQ(separatorLast.apply(front + "rc:::::"), 0);
+    EXPECT_THAT(separatorLast.reported, ElementsAre("rc"));
+}
+
+TEST(SslSuiteTextTest, CanHoldAsManyTermsAsBytesAllow) {
+    std::string text = "aes";
+    while (text.size() + 4 <= 1023) text += "+aes";
+    Selection selection({9, 143});
+    EXPECT_EQ(selection.apply(text), 1);
+    EXPECT_THAT(selection.offer(), ElementsAre(9));
+    EXPECT_EQ(selection->terms, 256);
+}
+
+// ---- Sorts ----
+
+TEST(SslSuiteSortTest, SpeedIsTheOrderOfTheCatalogue) {
+    Selection selection({143, 9, 163, 0, 27});
+    EXPECT_EQ(selection.apply("@speed"), 1);
+    EXPECT_THAT(selection.order(), ElementsAre(0, 9, 27, 143, 163));
+    EXPECT_TRUE(selection.isLinked());
+}
+
+TEST(SslSuiteSortTest, StrengthIsDescendingAndStable) {
+    Selection selection({163, 143, 9, 161, 27, 34, 108, 132, 153, 5, 0});
+    EXPECT_EQ(selection.apply("@STRENGTH"), 1);
+    EXPECT_THAT(selection.order(), ElementsAre(9, 34, 5, 108, 143, 27, 0, 132, 153, 161, 163));
+    EXPECT_TRUE(selection.isLinked());
+}
+
+struct FipsCase {
+    int flags;
+    Indices order;
+};
+
+// 143 class 0; 62 class 4; class 8: 21 RSA, 0 ECDHE_RSA, 41 ECDHE_ECDSA, 171 none.
+const FipsCase kFipsCases[] = {
+    {0, {62, 171, 41, 0, 21, 143, 10}},
+    {SSL_SUITE_CTX_FIPS_RSA, {0, 21, 62, 171, 41, 143, 10}},
+    {SSL_SUITE_CTX_FIPS_ECDSA, {41, 62, 171, 0, 21, 143, 10}},
+    {SSL_SUITE_CTX_FIPS_RSA | SSL_SUITE_CTX_FIPS_ECDSA, {41, 0, 21, 62, 171, 143, 10}},
+};
+
+TEST(SslSuiteSortTest, FipsParts3WaysByWhatTheContextAdmits) {
+    for (const FipsCase& c : kFipsCases) {
+        Selection selection({143, 62, 171, 41, 10, 0, 21});
+        selection->flags = static_cast<std::uint8_t>(c.flags);
+        EXPECT_EQ(ssl_suite_cmd_fips(selection.get()), 1);
+        EXPECT_EQ(selection.order(), c.order) << "flags " << c.flags;
+        EXPECT_TRUE(selection.isLinked());
+    }
+}
+
+TEST(SslSuiteSortTest, FipsSaysWhetherItMetAClass) {
+    EXPECT_EQ(ssl_suite_cmd_fips(Selection({143, 10}).get()), 0);
+    EXPECT_EQ(ssl_suite_cmd_fips(Selection({143, 62}).get()), 1);
+    EXPECT_EQ(ssl_suite_cmd_fips(Selection({171}).get()), 1);
+    EXPECT_EQ(ssl_suite_cmd_fips(Selection(Indices{}).get()), 0);
+}
+
+TEST(SslSuiteSortTest, SortsChangeNoFlags) {
+    Selection selection({143, 9, 0});
+    EXPECT_EQ(selection.apply("draftdtls:rc4:@speed:@strength:@fips"), 1);
+    EXPECT_EQ(selection.offer(), Indices{143});
+    for (const ModelItem& item : selection.list()) EXPECT_TRUE(item.draft);
+}
+
+TEST(SslSuiteSortTest, AnEmptyListStaysEmpty) {
+    Selection selection(Indices{});
+    EXPECT_EQ(selection.apply("@speed:@strength:@fips:aes:!aes:-all:all:draftdtls"), 1);
+    EXPECT_THAT(selection.order(), IsEmpty());
+    EXPECT_TRUE(selection.isLinked());
+}
+
+// The sorts as repeated passes: what they come to, done the long way.
+Indices passedBySpeed(Indices list) {
+    for (bool moved = true; moved;) {
+        moved = false;
+        for (std::size_t at = 0, left = list.size(); left > 1; --left) {
+            if (list[at + 1] >= list[at]) {
+                ++at;
+                continue;
+            }
+            list.push_back(list[at]);
+            list.erase(list.begin() + static_cast<std::ptrdiff_t>(at));
+            moved = true;
+        }
+    }
+    return list;
+}
+
+Indices passedByStrength(Indices list) {
+    const auto bits = [](unsigned suite) { return listedSuites()[suite].bits; };
+    for (bool swapped = true; swapped;) {
+        swapped = false;
+        for (std::size_t i = 1; i < list.size(); ++i) {
+            if (bits(list[i]) <= bits(list[i - 1])) continue;
+            std::swap(list[i], list[i - 1]);
+            swapped = true;
+        }
+    }
+    return list;
+}
+
+TEST(SslSuiteSortTest, GivesWhatRepeatedPassesGive) {
+    std::mt19937 random(20);
+    for (std::size_t size = 0; size <= SSL_SUITE_COUNT; size += 5) {
+        Indices suites = wholeCatalogue();
+        std::shuffle(suites.begin(), suites.end(), random);
+        suites.resize(size);
+        Selection bySpeed(suites), byStrength(suites);
+        ssl_suite_cmd_speed(bySpeed.get());
+        ssl_suite_cmd_strength(byStrength.get());
+        EXPECT_EQ(bySpeed.order(), passedBySpeed(suites));
+        EXPECT_EQ(byStrength.order(), passedByStrength(suites));
+    }
+}
+
+// ---- The model ----
+
+template <typename T>
+const T& one(const std::vector<T>& of, std::mt19937& random) {
+    return of[random() % of.size()];
+}
+
+bool chance(std::mt19937& random, unsigned percent) { return random() % 100 < percent; }
+
+std::string inMixedCase(std::string text, std::mt19937& random) {
+    for (char& c : text) {
+        if (random() % 2 != 0) {
+            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        }
+    }
+    return text;
+}
+
+std::string randomTerm(std::mt19937& random) {
+    static const std::vector<std::string> commands = {
+        "@speed",          "@strength", "@fips", "rfcdtls", "draftdtls", "default",
+        "common_criteria", "fips",      "sslv3", "all",     "native",    "null"};
+    static const std::vector<std::string> nonsense = {"", "x", "aes128", "@", "a\tb", "-", "!aes"};
+    const auto kind = random() % 100;
+    if (kind < 55) return one(selectingKeywords(), random);
+    if (kind < 75) return one(listedSuites(), random).name;
+    if (kind < 98) return one(commands, random);
+    return one(nonsense, random);
+}
+
+std::string randomToken(std::mt19937& random) {
+    static const std::vector<std::string> operators = {"", "", "", "!", "-", "-", "+"};
+    std::string token = one(operators, random) + randomTerm(random);
+    while (chance(random, 20)) token += "+" + randomTerm(random);
+    return chance(random, 20) ? inMixedCase(token, random) : token;
+}
+
+std::string randomText(std::mt19937& random, unsigned long tokens) {
+    static const std::string separators = " ,:;";
+    std::string text;
+    for (unsigned long i = 0; i < tokens; ++i) {
+        if (i > 0) text += separators[random() % separators.size()];
+        text += randomToken(random);
+    }
+    if (chance(random, 2)) text += ':';
+    if (chance(random, 1)) text.insert(random() % (text.size() + 1), 1, '\0');
+    return text;
+}
+
+Indices randomSuites(std::mt19937& random) {
+    static const Indices all = wholeCatalogue();
+    const std::size_t size = chance(random, 10) ? random() % (all.size() + 1) : random() % 24;
+    Indices suites;
+    if (size > 24) {
+        suites = all;
+        std::shuffle(suites.begin(), suites.end(), random);
+        suites.resize(size);
+        return suites;
+    }
+    while (suites.size() < size) {
+        const unsigned suite = one(all, random);
+        if (std::find(suites.begin(), suites.end(), suite) == suites.end()) suites.push_back(suite);
+    }
+    return suites;
+}
+
+// A context and its model, made alike at random.
+struct Pair {
+    explicit Pair(std::mt19937& random) : selection(randomSuites(random)) {
+        const auto flags = random() % 16;
+        selection->flags = static_cast<std::uint8_t>(flags);
+        model.admitsRsa = (flags & SSL_SUITE_CTX_FIPS_RSA) != 0;
+        model.admitsEcdsa = (flags & SSL_SUITE_CTX_FIPS_ECDSA) != 0;
+        model.admitsGmssl = flags >= 4;
+        model.list = selection.list();
+        selection->default_string = givenString(model.defaultString, random);
+        selection->common_criteria_string = givenString(model.commonCriteriaString, random);
+        selection->fips_string = givenString(model.fipsString, random);
+    }
+
+    void expectTheSameOf(const std::string& text, bool expand) {
+        selection.reported.clear();
+        model.unknownTerms.clear();
+        ASSERT_EQ(selection.apply(text, expand), model.apply(text, expand) ? 1 : 0) << text;
+        ASSERT_TRUE(selection.isLinked()) << text;
+        ASSERT_TRUE(selection.list() == model.list) << text;
+        ASSERT_EQ(selection.reported, model.unknownTerms) << text;
+    }
+
+    Selection selection;
+    SelectionModel model;
+
+private:
+    static const char* givenString(std::optional<std::string>& string, std::mt19937& random) {
+        if (chance(random, 30)) return nullptr;
+        string = randomText(random, random() % 4);
+        string->erase(std::remove(string->begin(), string->end(), '\0'), string->end());
+        return string->c_str();
+    }
+};
+
+unsigned seed() {
+    const char* given = std::getenv("TARNUTIL_TEST_SEED");
+    const unsigned value = given != nullptr
+                               ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                               : std::random_device()();
+    testing::Test::RecordProperty("seed", std::to_string(value));
+    std::printf("seed: TARNUTIL_TEST_SEED=%u\n", value);
+    return value;
+}
+
+TEST(SslSuiteModelTest, AMillionRandomTextsDoWhatTheModelDoes) {
+    std::mt19937 random(seed());
+    unsigned long texts = 0;
+    while (texts < 1000000 && !testing::Test::HasFatalFailure()) {
+        Pair pair(random);
+        for (int i = 0; i < 10 && !testing::Test::HasFatalFailure(); ++i, ++texts) {
+            pair.expectTheSameOf(randomText(random, random() % 5), /*expand=*/chance(random, 75));
+        }
+    }
+    EXPECT_GE(texts, 1000000u);
+}
+
+TEST(SslSuiteModelTest, LongRandomTextsDoWhatTheModelDoes) {
+    std::mt19937 random(seed());
+    for (int i = 0; i < 2000 && !testing::Test::HasFatalFailure(); ++i) {
+        Pair pair(random);
+        pair.expectTheSameOf(randomText(random, 60 + random() % 150), /*expand=*/true);
+    }
+}
+
+// ---- Allocation ----
+
+#ifndef TARNUTIL_TEST_OWN_ALLOCATOR
+
+TEST(SslSuiteAllocationTest, TheCountCounts) {
+    const unsigned long before = allocations;
+    volatile std::size_t size = 10;
+    std::free(std::malloc(size));
+    EXPECT_EQ(allocations, before + 1);
+}
+
+TEST(SslSuiteAllocationTest, NoCommandAllocates) {
+    Selection selection;
+    selection->default_string = "all:!null:@strength";
+    selection->fips_string = "aes+nonsense";
+    const std::string texts[] = {
+        "default:!rc4:-3des:+sha:AES128-SHA:ecdhe+aes-gcm:@speed:@strength:@fips:draftdtls", "fips",
+        "aes::rc4", std::string(5000, 'x')};
+    const unsigned long before = allocations;
+    for (const std::string& text : texts) {
+        (void)ssl_suite_cmd(
+            selection.get(), text.data(), static_cast<unsigned>(text.size()), 1,
+            [](void*, ssl_suite_ctx_t*, const char*) { return 0; }, nullptr);
+    }
+    EXPECT_EQ(allocations, before);
+}
+
+#endif
+
+// ---- ssl_suite_ctx_init ----
+
+TEST(SslSuiteInitTest, FillsTheListWithTheCatalogueNothingEnabled) {
+    const std::unique_ptr<ssl_suite_ctx_t> ctx(new ssl_suite_ctx_t);
+    std::memset(static_cast<void*>(ctx.get()), 0xA5, sizeof *ctx);
+    ssl_suite_ctx_init(ctx.get());
+    EXPECT_EQ(ctx->default_string, nullptr);
+    EXPECT_EQ(ctx->common_criteria_string, nullptr);
+    EXPECT_EQ(ctx->fips_string, nullptr);
+    EXPECT_EQ(ctx->report, nullptr);
+    EXPECT_EQ(ctx->terms, 0);
+    EXPECT_EQ(ctx->flags, 0);
+    ssl_suite_entry_t** link = &ctx->first;
+    for (unsigned i = 0; i < SSL_SUITE_COUNT; ++i, link = &(*link)->next) {
+        ASSERT_EQ(*link, &ctx->entries[i]);
+        EXPECT_EQ((*link)->prev, link);
+        EXPECT_EQ((*link)->suite, i);
+        EXPECT_EQ((*link)->matches, 0);
+        EXPECT_EQ((*link)->flags, 0);
+    }
+    EXPECT_EQ(*link, nullptr);
+    EXPECT_EQ(ctx->last, link);
+}
+
+}  // namespace
