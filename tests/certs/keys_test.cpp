@@ -1,0 +1,216 @@
+// Private keys: which forms load, and when DER is tried.
+#include <gmock/gmock.h>
+#include <tarnutil/cert.h>
+
+#include "material.h"
+#include "scratch_dir.h"
+
+namespace tarnutil_test {
+namespace {
+
+using testing::Contains;
+using testing::IsEmpty;
+using testing::Not;
+
+// The password as callers pass it.
+void* secret(const char* text) { return const_cast<char*>(text); }
+
+struct KeyCase {
+    const char* says;
+    const char* file;
+    const char* password;
+    int type;          // EVP_PKEY_NONE: does not load
+    bool derWasTried;  // shown by the error that only the DER reader leaves
+};
+
+constexpr int kNone = EVP_PKEY_NONE;
+// clang-format off
+const KeyCase kKeyCases[] = {
+    // says                                         file                        password  type              DER tried
+    {"PKCS#8 PEM, RSA",                             "rsa.pem",                  nullptr,  EVP_PKEY_RSA,     false},
+    {"PKCS#8 PEM, EC",                              "ec.pem",                   nullptr,  EVP_PKEY_EC,      false},
+    {"PKCS#8 PEM, Ed25519",                         "ed25519.pem",              nullptr,  EVP_PKEY_ED25519, false},
+    {"a password that nobody asks for",             "rsa.pem",                  "secret", EVP_PKEY_RSA,     false},
+    {"traditional PEM, RSA",                        "rsa.traditional.pem",      nullptr,  EVP_PKEY_RSA,     false},
+    {"traditional PEM, EC",                         "ec.traditional.pem",       nullptr,  EVP_PKEY_EC,      false},
+    {"locked PKCS#8, RSA",                          "rsa.locked.pem",           "secret", EVP_PKEY_RSA,     false},
+    {"locked PKCS#8, EC",                           "ec.locked.pem",            "secret", EVP_PKEY_EC,      false},
+    {"locked PKCS#8, Ed25519",                      "ed25519.locked.pem",       "secret", EVP_PKEY_ED25519, false},
+    {"locked traditional PEM, RSA",                 "rsa.traditional.locked.pem", "secret", EVP_PKEY_RSA,   false},
+    {"locked traditional PEM, EC",                  "ec.traditional.locked.pem", "secret", EVP_PKEY_EC,     false},
+    {"traditional DER, RSA",                        "rsa.traditional.der",      nullptr,  EVP_PKEY_RSA,     false},
+    {"traditional DER, EC",                         "ec.traditional.der",       nullptr,  EVP_PKEY_EC,      false},
+    {"PKCS#8 DER, RSA",                             "rsa.pkcs8.der",            nullptr,  EVP_PKEY_RSA,     false},
+    {"PKCS#8 DER, EC",                              "ec.pkcs8.der",             nullptr,  EVP_PKEY_EC,      false},
+    {"PKCS#8 DER, Ed25519",                         "ed25519.pkcs8.der",        nullptr,  EVP_PKEY_ED25519, false},
+    {"DER takes no notice of a password",           "rsa.pkcs8.der",            "wrong",  EVP_PKEY_RSA,     false},
+    {"a wrong password, PKCS#8",                    "rsa.locked.pem",           "wrong",  kNone,            false},
+    {"a wrong password, traditional",               "rsa.traditional.locked.pem", "wrong", kNone,           false},
+    {"no password, PKCS#8",                         "rsa.locked.pem",           nullptr,  kNone,            false},
+    {"no password, traditional",                    "rsa.traditional.locked.pem", nullptr, kNone,           false},
+    {"an empty password is a password",             "rsa.locked.pem",           "",       kNone,            false},
+    {"damaged PEM",                                 "damaged.pem",              nullptr,  kNone,            false},
+    {"PEM without its end",                         "cut_short.pem",            nullptr,  kNone,            false},
+    {"damaged PEM, a DER key behind it",            "damaged_then_der.pem",     nullptr,  kNone,            false},
+    {"damaged PEM, a DER key before it",            "der_then_damaged.pem",     nullptr,  kNone,            false},
+    {"damaged PEM on a line of its own after DER",  "der_newline_damaged.pem",  nullptr,  kNone,            false},
+    {"a PEM block of another kind after DER",       "der_then_certificate.pem", nullptr,  kNone,            false},
+    {"PEM that holds no key",                       "root.pem",                 nullptr,  kNone,            false},
+    {"DER that holds no key",                       "root.der",                 nullptr,  kNone,            true},
+};
+// clang-format on
+
+class KeyTest : public testing::TestWithParam<KeyCase> {
+protected:
+    KeyTest() { ERR_clear_error(); }
+};
+INSTANTIATE_TEST_SUITE_P(All, KeyTest, testing::ValuesIn(kKeyCases));
+
+TEST_P(KeyTest, LoadsOrSaysWhyNot) {
+    SCOPED_TRACE(GetParam().says);
+    const EvpPkeyPtr key(TARNSSL_load_PrivateKey_file(material(GetParam().file).c_str(),
+                                                      secret(GetParam().password)));
+    const std::vector<std::string> errors = drainErrors();
+    EXPECT_EQ(key == nullptr ? kNone : EVP_PKEY_id(key.get()), GetParam().type);
+    EXPECT_EQ(errors.empty(), key != nullptr) << testing::PrintToString(errors);
+    // The ASN.1 library complains of a wrong tag only when it was given something else than ASN.1.
+    const std::string wrongTag =
+        std::to_string(ERR_LIB_ASN1) + ":" + std::to_string(ASN1_R_WRONG_TAG);
+    if (GetParam().derWasTried) {
+        EXPECT_THAT(errors, Contains(wrongTag));
+    } else {
+        EXPECT_THAT(errors, Not(Contains(wrongTag)));
+    }
+}
+
+TEST_P(KeyTest, LoadsTheSameFromMemory) {
+    SCOPED_TRACE(GetParam().says);
+    const std::string bytes = readFile(material(GetParam().file));
+    const BioPtr bio = reading(bytes);
+    const EvpPkeyPtr key(TARNSSL_load_PrivateKey_bio(bio.get(), secret(GetParam().password)));
+    EXPECT_EQ(key == nullptr ? kNone : EVP_PKEY_id(key.get()), GetParam().type);
+    ERR_clear_error();
+}
+
+TEST_P(KeyTest, OnlyAnRsaKeyComesAsRsa) {
+    SCOPED_TRACE(GetParam().says);
+    const RsaPtr rsa(
+        TARNSSL_load_RSA_file(material(GetParam().file).c_str(), secret(GetParam().password)));
+    EXPECT_EQ(rsa != nullptr, GetParam().type == EVP_PKEY_RSA);
+    ERR_clear_error();
+}
+
+TEST(KeyReadingTest, RsaObjectIsTheKeyOfTheFile) {
+    const std::string bytes = readFile(material("rsa.traditional.der"));
+    const BioPtr bio = reading(bytes);
+    const RsaPtr rsa(TARNSSL_load_RSA_bio(bio.get(), nullptr));
+    ASSERT_NE(rsa, nullptr);
+    unsigned char* encoded = nullptr;
+    const int length = i2d_RSAPrivateKey(rsa.get(), &encoded);
+    EXPECT_EQ(std::string(reinterpret_cast<char*>(encoded), static_cast<size_t>(length)), bytes);
+    OPENSSL_free(encoded);
+}
+
+TEST(KeyReadingTest, AFileThatIsNotThereIsNull) {
+    EXPECT_EQ(TARNSSL_load_PrivateKey_file("/nonexistent/key", nullptr), nullptr);
+    EXPECT_EQ(TARNSSL_load_RSA_file("/nonexistent/key", nullptr), nullptr);
+    EXPECT_THAT(drainErrors(), Not(IsEmpty()));
+}
+
+TEST(KeyReadingTest, EarlierErrorsDoNotMakeADerKeyFail) {
+    ERR_put_error(ERR_LIB_PEM, 0, PEM_R_BAD_DECRYPT, __FILE__, __LINE__);
+    const EvpPkeyPtr key(TARNSSL_load_PrivateKey_file(material("ec.pkcs8.der").c_str(), nullptr));
+    EXPECT_NE(key, nullptr);
+    EXPECT_THAT(drainErrors(), IsEmpty()) << "cleared before DER was tried";
+}
+
+TEST(KeyReadingTest, AWrongPasswordLeavesEarlierErrors) {
+    ERR_put_error(ERR_LIB_PEM, 0, PEM_R_BAD_END_LINE, __FILE__, __LINE__);
+    EXPECT_EQ(TARNSSL_load_PrivateKey_file(material("ec.locked.pem").c_str(), secret("wrong")),
+              nullptr);
+    const std::vector<std::string> errors = drainErrors();
+    ASSERT_THAT(errors, Not(IsEmpty()));
+    EXPECT_EQ(errors.front(), "9:" + std::to_string(PEM_R_BAD_END_LINE));
+}
+
+TEST(KeyReadingTest, KeysBehindEachOtherComeOneByOne) {
+    const std::string bytes = readFile(material("rsa.pem")) + readFile(material("ec.pem"));
+    const BioPtr bio = reading(bytes);
+    const EvpPkeyPtr first(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr));
+    const EvpPkeyPtr second(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr));
+    ASSERT_NE(first, nullptr);
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(EVP_PKEY_id(first.get()), EVP_PKEY_RSA);
+    EXPECT_EQ(EVP_PKEY_id(second.get()), EVP_PKEY_EC);
+}
+
+TEST(KeyReadingTest, AWrittenMemoryBioIsEmptiedByTheRewind) {
+    const std::string bytes = readFile(material("ec.pkcs8.der"));
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    ASSERT_EQ(BIO_write(bio.get(), bytes.data(), static_cast<int>(bytes.size())),
+              static_cast<int>(bytes.size()));
+    EXPECT_EQ(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr), nullptr);
+    EXPECT_EQ(BIO_pending(bio.get()), 0);
+    ERR_clear_error();
+}
+
+TEST(KeyReadingTest, AWrongPasswordIsNotRetriedAsDerInAWrittenMemoryBio) {
+    const std::string bytes = readFile(material("rsa.traditional.locked.pem"));
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    ASSERT_GT(BIO_write(bio.get(), bytes.data(), static_cast<int>(bytes.size())), 0);
+    ERR_clear_error();
+    EXPECT_EQ(TARNSSL_load_PrivateKey_bio(bio.get(), secret("wrong")), nullptr);
+    EXPECT_THAT(drainErrors(), Not(IsEmpty()));
+}
+
+// The start line of a block may lie across the edge of what is read at once, wherever that is.
+TEST(KeyReadingTest, AStartLineIsFoundAtEveryDistance) {
+    const std::string block = readFile(material("damaged.pem"));
+    for (std::size_t distance = 4060; distance <= 4120; ++distance) {
+        std::string bytes = readFile(material("ec.pkcs8.der"));
+        bytes += std::string(distance - bytes.size(), '\0') + block;
+        const BioPtr bio = reading(bytes);
+        const EvpPkeyPtr key(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr));
+        EXPECT_EQ(key, nullptr) << distance;
+    }
+    ERR_clear_error();
+}
+
+// Truncated and altered at every byte: a key or null, and nothing that stays behind.
+class DamagedKeyTest : public testing::TestWithParam<const char*> {};
+INSTANTIATE_TEST_SUITE_P(All, DamagedKeyTest,
+                         testing::Values("ec.pem", "ec.pkcs8.der", "ec.traditional.der",
+                                         "ec.locked.pem", "ed25519.pem"));
+
+EvpPkeyPtr load(const std::string& bytes) {
+    const BioPtr bio = reading(bytes);
+    EvpPkeyPtr key(TARNSSL_load_PrivateKey_bio(bio.get(), secret("secret")));
+    ERR_clear_error();
+    return key;
+}
+
+TEST_P(DamagedKeyTest, IsNullWhereverItIsCut) {
+    const std::string whole = readFile(material(GetParam()));
+    // Without its line end a block of PEM is still whole.
+    const std::size_t needed = whole.back() == '\n' ? whole.size() - 1 : whole.size();
+    expectNothingHeld([&] {
+        for (std::size_t length = 0; length < needed; ++length) {
+            ASSERT_EQ(load(whole.substr(0, length)), nullptr) << length;
+        }
+    });
+}
+
+TEST_P(DamagedKeyTest, LeaksNothingWhereverItIsAltered) {
+    std::string bytes = readFile(material(GetParam()));
+    expectNothingHeld([&] {
+        for (char& byte : bytes) {
+            const char original = byte;
+            byte = static_cast<char>(original ^ 0x15);
+            (void)load(bytes);
+            byte = original;
+        }
+    });
+}
+
+}  // namespace
+}  // namespace tarnutil_test

@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Makes the keys, certificates, requests and revocation lists that the tests read.
+#
+#   make.sh DIRECTORY
+#
+# All passwords are "secret". A chain of three: leaf, issuing, policy; root issued the last.
+set -euo pipefail
+mkdir -p "$1"
+cd "$1"
+
+quietly() { "$@" >command.log 2>&1 || { cat command.log >&2; exit 1; }; }
+
+# In every form that a key can be written in: make_key NAME GENPKEY_ARGUMENT...
+make_key() {
+    local name=$1
+    shift
+    quietly openssl genpkey "$@" -out "$name.pem"
+    quietly openssl pkcs8 -topk8 -in "$name.pem" -nocrypt -outform DER -out "$name.pkcs8.der"
+    quietly openssl pkcs8 -topk8 -in "$name.pem" -v2 aes-256-cbc -iter 2048 -passout pass:secret \
+        -out "$name.locked.pem"
+    openssl pkey -in "$name.pem" -pubout -out "$name.pub.pem"
+}
+
+# The forms that are older than PKCS#8, for algorithms that have them: traditional_forms NAME
+traditional_forms() {
+    quietly openssl pkey -in "$1.pem" -traditional -out "$1.traditional.pem"
+    quietly openssl pkey -in "$1.pem" -traditional -outform DER -out "$1.traditional.der"
+    quietly openssl pkey -in "$1.pem" -traditional -aes128 -passout pass:secret \
+        -out "$1.traditional.locked.pem"
+}
+
+make_key rsa -algorithm RSA -pkeyopt rsa_keygen_bits:2048
+make_key ec -algorithm EC -pkeyopt ec_paramgen_curve:P-256
+make_key ed25519 -algorithm ED25519
+traditional_forms rsa
+traditional_forms ec
+
+cat >ca.conf <<'CONF'
+[req]
+distinguished_name = dn
+[dn]
+[ca]
+default_ca = lists
+[lists]
+database = index.txt
+crlnumber = crlnumber.txt
+default_md = sha256
+default_crl_days = 3650
+[authority]
+basicConstraints = critical, CA:TRUE
+subjectKeyIdentifier = hash
+[leaf]
+subjectKeyIdentifier = hash
+authorityKeyIdentifier = keyid
+subjectAltName = DNS:localhost, DNS:a.example, IP:127.0.0.1
+authorityInfoAccess = OCSP;URI:http://ocsp.example/
+crlDistributionPoints = URI:http://crl.example/list.crl
+[names]
+subjectAltName = DNS:a.example, DNS:b.example
+CONF
+
+# A key of its own and a certificate: make_cert NAME SECTION [ISSUER]
+make_cert() {
+    local name=$1 section=$2 issuer=${3-}
+    quietly openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$name.key.pem"
+    quietly openssl req -new -config ca.conf -key "$name.key.pem" -subj "/CN=$name" -out "$name.req"
+    local signer=(-signkey "$name.key.pem")
+    if [ -n "$issuer" ]; then
+        signer=(-CA "$issuer.pem" -CAkey "$issuer.key.pem" -set_serial "0x$(openssl rand -hex 8)")
+    fi
+    quietly openssl x509 -req -in "$name.req" -days 3650 -sha256 -extfile ca.conf \
+        -extensions "$section" "${signer[@]}" -out "$name.pem"
+    openssl x509 -in "$name.pem" -outform DER -out "$name.der"
+}
+make_cert root authority
+make_cert policy authority root
+make_cert issuing authority policy
+make_cert leaf leaf issuing
+make_cert unrelated authority
+cat leaf.pem issuing.pem policy.pem >chain.pem
+cat leaf.der issuing.der policy.der >chain.der
+cat leaf.pem unrelated.pem >stranger.pem
+
+quietly openssl req -new -config ca.conf -key rsa.pem -subj /CN=plain -out plain.req.pem
+quietly openssl req -new -config ca.conf -key rsa.pem -subj /CN=named -reqexts names -out named.req.pem
+openssl req -config ca.conf -in named.req.pem -outform DER -out named.req.der
+
+: >index.txt
+echo 01 >crlnumber.txt
+quietly openssl ca -config ca.conf -gencrl -cert root.pem -keyfile root.key.pem -out root.crl.pem
+openssl crl -in root.crl.pem -outform DER -out root.crl.der
+
+# Damage that leaves the frame of the block whole: a line is lost from the middle.
+sed 5d rsa.pem >damaged.pem
+cat damaged.pem rsa.traditional.der >damaged_then_der.pem
+cat rsa.traditional.der damaged.pem >der_then_damaged.pem
+{ cat rsa.traditional.der; echo; cat damaged.pem; } >der_newline_damaged.pem
+cat rsa.traditional.der root.pem >der_then_certificate.pem
+head -n 5 rsa.pem >cut_short.pem
+: >empty

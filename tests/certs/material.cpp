@@ -1,0 +1,40 @@
+#include "material.h"
+
+#include <gtest/gtest.h>
+
+#include "leaks.h"
+
+namespace tarnutil_test {
+
+std::string material(const std::string& name) { return TARNUTIL_TEST_MATERIAL "/" + name; }
+
+X509Ptr certificate(const std::string& name) {
+    const BioPtr file(BIO_new_file(material(name).c_str(), "r"));
+    X509Ptr cert(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
+    EXPECT_NE(cert, nullptr) << name;
+    return cert;
+}
+
+BioPtr reading(const std::string& bytes) {
+    return BioPtr(BIO_new_mem_buf(bytes.data(), static_cast<int>(bytes.size())));
+}
+
+std::vector<std::string> drainErrors() {
+    std::vector<std::string> errors;
+    while (const unsigned long error = ERR_get_error()) {
+        errors.push_back(std::to_string(ERR_GET_LIB(error)) + ":" +
+                         std::to_string(ERR_GET_REASON(error)));
+    }
+    return errors;
+}
+
+void expectNothingHeld(const std::function<void()>& run) {
+    run();
+    const std::set<int> descriptors = openDescriptors();
+    const std::size_t bytes = liveBytes();
+    run();
+    EXPECT_EQ(liveBytes(), bytes);
+    EXPECT_EQ(openDescriptors(), descriptors);
+}
+
+}  // namespace tarnutil_test

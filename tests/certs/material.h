@@ -1,0 +1,43 @@
+// The files that make.sh made, and owners for what is loaded from them.
+#ifndef TARNUTIL_TESTS_CERTS_MATERIAL_H
+#define TARNUTIL_TESTS_CERTS_MATERIAL_H
+
+#include <openssl/evp.h>
+#include <openssl/ssl.h>
+#include <openssl/x509v3.h>
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "openssl.h"
+
+namespace tarnutil_test {
+
+using tarnutil::BioPtr;
+using tarnutil::EvpPkeyPtr;
+using tarnutil::FreeWith;
+using tarnutil::SslCtxPtr;
+using tarnutil::X509Ptr;
+using CrlPtr = std::unique_ptr<X509_CRL, FreeWith<X509_CRL_free>>;
+using RequestPtr = std::unique_ptr<X509_REQ, FreeWith<X509_REQ_free>>;
+using RsaPtr = std::unique_ptr<RSA, FreeWith<RSA_free>>;
+
+// The path of a file that make.sh made.
+std::string material(const std::string& name);
+
+// Reads the certificate in the file by OpenSSL alone; fails the test if it cannot.
+X509Ptr certificate(const std::string& name);
+
+// A BIO over `bytes`, which have to outlive it.
+BioPtr reading(const std::string& bytes);
+
+// What the error queue holds, oldest first, as "library:reason"; empties it.
+std::vector<std::string> drainErrors();
+
+// Runs `run` twice: the second time, when OpenSSL's caches are filled, it may hold nothing more.
+void expectNothingHeld(const std::function<void()>& run);
+
+}  // namespace tarnutil_test
+#endif  // TARNUTIL_TESTS_CERTS_MATERIAL_H
