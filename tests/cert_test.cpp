@@ -9,7 +9,6 @@ namespace tarnutil_test {
 namespace {
 
 using testing::IsEmpty;
-using testing::Not;
 
 class CertTest : public testing::Test {
 protected:
