@@ -13,8 +13,10 @@ namespace tarnutil {
 // Runs `operation` and returns its result. An `Admitted` passes; any other exception, a failed
 // allocation included, ends the process. Thread cancellation is no exception in this sense: it
 // unwinds the stack like one and has to be let through.
+//
+// Always inlined: it then costs an operation that succeeds nothing.
 template <class Admitted, class Operation>
-auto admitOnly(Operation&& operation) -> decltype(operation()) {
+[[gnu::always_inline]] inline auto admitOnly(Operation&& operation) -> decltype(operation()) {
     try {
         return std::forward<Operation>(operation)();
     } catch (const Admitted&) {
@@ -23,6 +25,18 @@ auto admitOnly(Operation&& operation) -> decltype(operation()) {
         throw;
     } catch (...) {
         std::terminate();
+    }
+}
+
+// Runs `operation` and drops what it throws: for destructors and for functions of the caller's
+// whose failure is none of ours. Thread cancellation passes here too.
+template <class Operation>
+[[gnu::always_inline]] inline void dropExceptions(Operation&& operation) {
+    try {
+        std::forward<Operation>(operation)();
+    } catch (const abi::__forced_unwind&) {
+        throw;
+    } catch (...) {
     }
 }
 
