@@ -45,6 +45,28 @@
     ROW(Errno,  int,         kill,                (pid_t a, int b),                                 (a, b))           \
     ROW(Errno,  int,         pipe,                (int* a),                                         (a))              \
     ROW(Errno,  pid_t,       waitpid,             (pid_t a, int* b, int c),                         (a, b, c))        \
+    /* mutexes, conditions and threads */                                                                             \
+    ROW(Errno,  int,         gettimeofday,        (timeval* a, void* b),                            (a, b))           \
+    ROW(Code,   int,         pthread_attr_destroy, (pthread_attr_t* a),                             (a))              \
+    ROW(Code,   int,         pthread_attr_init,   (pthread_attr_t* a),                              (a))              \
+    ROW(Code,   int,         pthread_attr_setdetachstate, (pthread_attr_t* a, int b),               (a, b))           \
+    ROW(Code,   int,         pthread_cond_broadcast, (pthread_cond_t* a),                           (a))              \
+    ROW(Code,   int,         pthread_cond_destroy, (pthread_cond_t* a),                             (a))              \
+    ROW(Code,   int,         pthread_cond_init,   (pthread_cond_t* a, const pthread_condattr_t* b), (a, b))           \
+    ROW(Code,   int,         pthread_cond_signal, (pthread_cond_t* a),                              (a))              \
+    ROW(Code,   int,         pthread_cond_timedwait, (pthread_cond_t* a, pthread_mutex_t* b, const timespec* c), (a, b, c)) \
+    ROW(Code,   int,         pthread_cond_wait,   (pthread_cond_t* a, pthread_mutex_t* b),          (a, b))           \
+    ROW(Code,   int,         pthread_create,      (pthread_t* a, const pthread_attr_t* b, void* (*c)(void*), void* d), (a, b, c, d)) \
+    ROW(Code,   int,         pthread_detach,      (pthread_t a),                                    (a))              \
+    ROW(Code,   int,         pthread_join,        (pthread_t a, void** b),                          (a, b))           \
+    ROW(Code,   int,         pthread_mutex_destroy, (pthread_mutex_t* a),                           (a))              \
+    ROW(Code,   int,         pthread_mutex_init,  (pthread_mutex_t* a, const pthread_mutexattr_t* b), (a, b))         \
+    ROW(Code,   int,         pthread_mutex_lock,  (pthread_mutex_t* a),                             (a))              \
+    ROW(Code,   int,         pthread_mutex_trylock, (pthread_mutex_t* a),                           (a))              \
+    ROW(Code,   int,         pthread_mutex_unlock, (pthread_mutex_t* a),                            (a))              \
+    ROW(Code,   int,         pthread_mutexattr_destroy, (pthread_mutexattr_t* a),                   (a))              \
+    ROW(Code,   int,         pthread_mutexattr_init, (pthread_mutexattr_t* a),                      (a))              \
+    ROW(Code,   int,         pthread_mutexattr_settype, (pthread_mutexattr_t* a, int b),            (a, b))           \
     /* end of the table */
 // clang-format on
 

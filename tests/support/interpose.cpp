@@ -5,7 +5,9 @@
 // would repeat.
 #include <dirent.h>
 #include <dlfcn.h>
+#include <pthread.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/uio.h>
 #include <unistd.h>
 

@@ -21,7 +21,7 @@ struct Trail::Step {
     Call call;
     bool parent;
     std::size_t count;
-    int numbers[kMostNumbers];
+    long numbers[kMostNumbers];
 };
 
 struct Trail::Shared {
@@ -45,7 +45,7 @@ Trail::Trail(std::initializer_list<Call> calls) {
 
 Trail::~Trail() { munmap(current.exchange(nullptr), sizeof(Shared)); }
 
-void Trail::step(Call call, const int* numbers, std::size_t count) {
+void Trail::step(Call call, const long* numbers, std::size_t count) {
     Shared* shared = current;
     if (shared == nullptr || !shared->wanted[static_cast<std::size_t>(call)]) return;
     const std::size_t at = shared->used++;

@@ -3,6 +3,7 @@
 #define TARNUTIL_TESTS_SUPPORT_TRAIL_H
 
 #include <sys/types.h>
+#include <time.h>
 
 #include <atomic>
 #include <cstddef>
@@ -16,8 +17,9 @@
 namespace tarnutil_test {
 
 // While one lives, notes the calls it was made for, failed ones included, with their arguments of
-// type int, like "dup2(5, 1)". Lies in shared memory, so it also sees what forked children call
-// until they become another program. One at a time.
+// type int, like "dup2(5, 1)", and points of time as their seconds and nanoseconds. Lies in shared
+// memory, so it also sees what forked children call until they become another program. One at a
+// time.
 class Trail {
 public:
     explicit Trail(std::initializer_list<Call> calls);
@@ -36,7 +38,7 @@ public:
 
         template <class... Arguments>
         void operator()(const Arguments&... arguments) const {
-            int numbers[sizeof...(arguments) + 1] = {};
+            long numbers[2 * sizeof...(arguments) + 1] = {};
             std::size_t count = 0;
             (void)count;
             (keep(numbers, count, arguments), ...);
@@ -45,8 +47,12 @@ public:
 
     private:
         template <class Argument>
-        static void keep(int* numbers, std::size_t& count, const Argument& argument) {
+        static void keep(long* numbers, std::size_t& count, const Argument& argument) {
             if constexpr (std::is_same_v<Argument, int>) numbers[count++] = argument;
+            if constexpr (std::is_same_v<Argument, const timespec*>) {
+                numbers[count++] = argument->tv_sec;
+                numbers[count++] = argument->tv_nsec;
+            }
         }
 
         Call call;
@@ -56,7 +62,7 @@ private:
     struct Step;
     struct Shared;
 
-    static void step(Call call, const int* numbers, std::size_t count);
+    static void step(Call call, const long* numbers, std::size_t count);
     std::vector<std::string> steps(bool parent) const;
 
     static std::atomic<Shared*> current;

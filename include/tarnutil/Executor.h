@@ -1,0 +1,38 @@
+// Runs many Runnables at once and waits for all of them.
+//
+// Errors:  a batch that did not run whole throws tarnutil::Exception with one of
+//          "Could not execute runnables: Out of memory",
+//          "Could not execute runnables: Could not create thread." and
+//          "Could not execute runnables: Could not join with thread.".
+// Threads: re-entrant.
+#ifndef TARNUTIL_EXECUTOR_H
+#define TARNUTIL_EXECUTOR_H
+
+#include <vector>
+
+#include <tarnutil/Thread.h>
+#include <tarnutil/export.h>
+
+namespace tarnutil {
+
+class TARNUTIL_API Executor {
+public:
+    Executor() = delete;
+
+    // Runs each of `runnables`, which stay the caller's, on a thread of its own and returns when
+    // all have run.
+    //
+    // Each thread calls `startup` before its run() and `cleanup` after it, so they have to bear
+    // being called at the same time; null is for none, and what they throw is dropped.
+    //
+    // If a thread cannot be created, its runnable and those behind it never run; those before it
+    // run to their end before the exception is thrown.
+    static void execute(std::vector<Runnable*> runnables, void (*startup)(void*), void* startupArg,
+                        void (*cleanup)(void*), void* cleanupArg);
+
+    // What each thread runs: the entry function for pthread_create.
+    static void* runnableExecutorStartup(void* record);
+};
+
+}  // namespace tarnutil
+#endif  // TARNUTIL_EXECUTOR_H

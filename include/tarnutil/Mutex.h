@@ -1,0 +1,93 @@
+// A mutex of the platform, and the scoped lock over it.
+//
+// Errors:  every failure throws tarnutil::Exception, or calls abort() if the mutex was built with
+//          `abort` true. The message is the text named below and the system's text.
+// Threads: any thread may call any member. Nobody may hold a mutex that is destroyed, and only its
+//          holder may unlock it; ERRORCHECK reports the latter.
+//
+// Clang's -Wthread-safety follows these locks: mark what a mutex guards with TARNUTIL_GUARDED_BY.
+#ifndef TARNUTIL_MUTEX_H
+#define TARNUTIL_MUTEX_H
+
+#include <pthread.h>
+
+#include <tarnutil/export.h>
+
+#ifdef __clang__
+#define TARNUTIL_THREAD_SAFETY(attribute) __attribute__((attribute))
+#else
+#define TARNUTIL_THREAD_SAFETY(attribute)
+#endif
+
+// On data: may be touched only while `mutex` is held.
+#define TARNUTIL_GUARDED_BY(mutex) TARNUTIL_THREAD_SAFETY(guarded_by(mutex))
+// On a function: may be called only while `mutex` is held, or while it is not.
+#define TARNUTIL_REQUIRES(mutex) TARNUTIL_THREAD_SAFETY(requires_capability(mutex))
+#define TARNUTIL_EXCLUDES(mutex) TARNUTIL_THREAD_SAFETY(locks_excluded(mutex))
+
+namespace tarnutil {
+
+class TARNUTIL_API TARNUTIL_THREAD_SAFETY(capability("mutex")) Mutex {
+public:
+    class LockHolder;
+
+    // What a second lock() by the holder does.
+    enum Kind {
+        NORMAL = PTHREAD_MUTEX_NORMAL,         // waits for ever
+        RECURSIVE = PTHREAD_MUTEX_RECURSIVE,   // succeeds, and takes one more unlock()
+        ERRORCHECK = PTHREAD_MUTEX_ERRORCHECK  // fails, as does unlock() by anyone else
+    };
+
+    // "Could not initialize mutex attributes: ", "Could not set mutex type: " or
+    // "Could not initialize mutex: ".
+    Mutex(bool abort, Kind kind);
+
+    // Never throws: "Could not destroy mutex: " is dropped unless failures abort.
+    ~Mutex();
+
+    Mutex(const Mutex&) = delete;
+    Mutex& operator=(const Mutex&) = delete;
+
+    // Waits until the mutex is held. "Could not lock mutex: ".
+    void lock() TARNUTIL_THREAD_SAFETY(acquire_capability());
+
+    // Takes the mutex if that needs no waiting: false if it is held already.
+    // "Could not perform mutex trylock operation: ".
+    bool tryLock() TARNUTIL_THREAD_SAFETY(try_acquire_capability(true));
+
+    // "Could not unlock mutex: ".
+    void unlock() TARNUTIL_THREAD_SAFETY(release_capability());
+
+private:
+    friend class Condition;
+
+    bool abortOnError;
+    pthread_mutex_t native;
+};
+
+// Holds a mutex, which has to outlive it, from its construction to its end or an early unlock().
+//
+// Threads: belongs to the thread that built it.
+class TARNUTIL_API TARNUTIL_THREAD_SAFETY(scoped_lockable) Mutex::LockHolder {
+public:
+    // Waits until `m` is held. Throws as Mutex::lock does; then there is no holder.
+    explicit LockHolder(Mutex& m) TARNUTIL_THREAD_SAFETY(acquire_capability(m));
+
+    // Releases the mutex, unless that was done before. Never throws: a failure is dropped, unless
+    // the mutex aborts on it.
+    ~LockHolder() TARNUTIL_THREAD_SAFETY(release_capability());
+
+    LockHolder(const LockHolder&) = delete;
+    LockHolder& operator=(const LockHolder&) = delete;
+
+    // Releases the mutex early; does nothing if that was done before. Throws as Mutex::unlock does
+    // and counts as not done then.
+    void unlock() TARNUTIL_THREAD_SAFETY(release_capability());
+
+private:
+    bool locked;
+    Mutex& mutex;
+};
+
+}  // namespace tarnutil
+#endif  // TARNUTIL_MUTEX_H

@@ -1,0 +1,86 @@
+// One piece of work, and a thread to run it.
+//
+// Errors:  every failure throws tarnutil::Exception with the message that stands with the member;
+//          those that end in ": " are followed by the system's text.
+// Threads: a Thread belongs to the one thread that controls it.
+#ifndef TARNUTIL_THREAD_H
+#define TARNUTIL_THREAD_H
+
+#include <pthread.h>
+
+#include <memory>
+
+#include <tarnutil/export.h>
+
+namespace tarnutil {
+
+// The unit of work of Thread and Executor.
+class TARNUTIL_API Runnable {
+public:
+    virtual ~Runnable();
+
+    // Does the work. An exception that leaves it ends the process.
+    virtual void run() = 0;
+};
+
+// Runs one Runnable on a thread of its own. Created, then started, then joined or detached.
+//
+// Destroying it destroys a runnable that was never started, and does nothing else: a thread that
+// runs goes on, and if it was neither joined nor detached, what it holds is never released.
+class TARNUTIL_API Thread {
+public:
+    // `detached` starts the thread as if detach() followed. "runnable is null".
+    Thread(std::unique_ptr<Runnable> runnable, bool detached);
+
+    Thread(const Thread&) = delete;
+    Thread& operator=(const Thread&) = delete;
+
+    // A function that the new thread calls before run(), or after it; null for none. It counts from
+    // the next start() on. What it throws is dropped.
+    void setStartupHandler(void (*handler)(void*), void* arg);
+    void setCleanupHandler(void (*handler)(void*), void* arg);
+
+    // Starts the thread and hands the runnable to it. May be called again if it failed.
+    // "Can not start thread: thread already started.", "Could not create pthread init attribute: ",
+    // "Could not set detached stated for thread: " or "Could not create pthread: ".
+    void start();
+
+    // Whether the work is done, without waiting for it; true after join().
+    // "Can not determine if thread has exited: thread is detached." or "Thread not started yet".
+    bool getHasExited();
+
+    // Waits for the end of the thread and returns its runnable, which the caller owns from then on.
+    // "Can not join with thread: thread not started.",
+    // "Can not join with thread: thread already joined." or "Could not join with thread: ", the
+    // last also for a detached thread and, with "no runnable object returned" for the system's
+    // text, for one that ended by pthread_exit or cancellation.
+    Runnable* join();
+
+    // Leaves the thread and its runnable to themselves: the runnable is destroyed at the end of the
+    // work, by the thread, or at once, by this call, if the work is done.
+    // "Can not detach thread: already detached.", "Can not detach thread: thread not started.",
+    // "Can not detach thread: thread already joined." or "Could not detach thread: ".
+    void detach();
+
+    // What the new thread runs: the entry function for pthread_create.
+    static void* threadStartup(void* record);
+
+private:
+    struct ThreadRecord;
+
+    int create(std::unique_ptr<ThreadRecord>& shared);
+
+    bool detached;
+    bool started;
+    bool joined;
+    void (*startupHandler)(void*);
+    void* startupArg;
+    void (*cleanupHandler)(void*);
+    void* cleanupArg;
+    pthread_t id;
+    std::unique_ptr<Runnable> runnable;  // until it is started
+    ThreadRecord* record;                // shared with the running thread
+};
+
+}  // namespace tarnutil
+#endif  // TARNUTIL_THREAD_H
