@@ -67,6 +67,9 @@
     ROW(Code,   int,         pthread_mutexattr_destroy, (pthread_mutexattr_t* a),                   (a))              \
     ROW(Code,   int,         pthread_mutexattr_init, (pthread_mutexattr_t* a),                      (a))              \
     ROW(Code,   int,         pthread_mutexattr_settype, (pthread_mutexattr_t* a, int b),            (a, b))           \
+    /* address text */                                                                                                \
+    ROW(Null,   const char*, inet_ntop,           (int a, const void* b, char* c, socklen_t d),     (a, b, c, d))     \
+    ROW(Result, int,         inet_pton,           (int a, const char* b, void* c),                  (a, b, c))        \
     /* end of the table */
 // clang-format on
 

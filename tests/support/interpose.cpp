@@ -3,6 +3,7 @@
 // Each is defined under a name of its own and given the real one as its symbol, because the
 // system's headers declare some of them in ways (noexcept, attributes) that a plain definition
 // would repeat.
+#include <arpa/inet.h>
 #include <dirent.h>
 #include <dlfcn.h>
 #include <pthread.h>
