@@ -10,6 +10,7 @@
 
 #include <tarnutil/Exception.h>
 #include <tarnutil/File.h>
+#include <tarnutil/StringUtil.h>
 
 #include "fault.h"
 
@@ -64,6 +65,8 @@ const BoundaryCase kBoundaryCases[] = {
     {"File::getFileSize", [] { (void)File::getFileSize(kLongPath); }},
     {"File::getAllocatedFileSize", [] { (void)File::getAllocatedFileSize(kLongPath); }},
     {"File::copy", [] { File::copy(kLongPath, kLongPath); }},
+    {"StringUtil::stringToIp", [] { (void)StringUtil::stringToIp(kLongPath); }},
+    {"StringUtil::ipToString", [] { (void)StringUtil::ipToString(ip_addr_t{}); }},
 };
 
 class BoundaryDeathTest : public testing::TestWithParam<BoundaryCase> {};
