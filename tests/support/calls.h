@@ -25,6 +25,7 @@
     ROW(Errno,  int,         fclose,              (FILE* a),                                        (a))              \
     ROW(Null,   FILE*,       fopen,               (const char* a, const char* b),                   (a, b))           \
     ROW(Null,   FILE*,       fopen64,             (const char* a, const char* b),                   (a, b))           \
+    ROW(Result, std::size_t, fread,               (void* a, std::size_t b, std::size_t c, FILE* d), (a, b, c, d))     \
     ROW(Errno,  int,         lstat,               (const char* a, struct stat* b),                  (a, b))           \
     ROW(Errno,  int,         mkdir,               (const char* a, mode_t b),                        (a, b))           \
     ROW(Null,   char*,       mkdtemp,             (char* a),                                        (a))              \
@@ -34,6 +35,7 @@
     ROW(Code,   int,         readdir_r,           (DIR* a, dirent* b, dirent** c),                  (a, b, c))        \
     ROW(Errno,  int,         remove,              (const char* a),                                  (a))              \
     ROW(Errno,  int,         stat,                (const char* a, struct stat* b),                  (a, b))           \
+    ROW(Result, time_t,      time,                (time_t* a),                                      (a))              \
     ROW(Errno,  int,         unlink,              (const char* a),                                  (a))              \
     ROW(Errno,  ssize_t,     write,               (int a, const void* b, std::size_t c),            (a, b, c))        \
     ROW(Errno,  ssize_t,     writev,              (int a, const iovec* b, int c),                   (a, b, c))        \
@@ -70,6 +72,14 @@
     /* address text */                                                                                                \
     ROW(Null,   const char*, inet_ntop,           (int a, const void* b, char* c, socklen_t d),     (a, b, c, d))     \
     ROW(Result, int,         inet_pton,           (int a, const char* b, void* c),                  (a, b, c))        \
+    /* OpenSSL */                                                                                                     \
+    ROW(Result, long,        BIO_ctrl,            (BIO* a, int b, long c, void* d),                 (a, b, c, d))     \
+    ROW(Result, BIO*,        BIO_new,             (const BIO_METHOD* a),                            (a))              \
+    ROW(Result, BIO*,        BIO_new_mem_buf,     (const void* a, int b),                           (a, b))           \
+    ROW(Result, int,         BIO_read,            (BIO* a, void* b, int c),                         (a, b, c))        \
+    ROW(Result, int,         BIO_write,           (BIO* a, const void* b, int c),                   (a, b, c))        \
+    ROW(Result, int,         RSA_private_encrypt, (int a, const unsigned char* b, unsigned char* c, RSA* d, int e),(a, b, c, d, e))\
+    ROW(Result, int,         RSA_public_decrypt,  (int a, const unsigned char* b, unsigned char* c, RSA* d, int e),(a, b, c, d, e))\
     /* end of the table */
 // clang-format on
 

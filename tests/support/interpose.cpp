@@ -6,6 +6,8 @@
 #include <arpa/inet.h>
 #include <dirent.h>
 #include <dlfcn.h>
+#include <openssl/bio.h>
+#include <openssl/rsa.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -16,6 +18,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdio>
+#include <ctime>
 #include <optional>
 #include <type_traits>
 
