@@ -649,6 +649,9 @@ TEST_F(ProcessExecutorTest, DestructionDropsFailures) {
     EXPECT_EQ(waitpid(left, nullptr, 0), left) << "cat found the end of its input";
 }
 
+// AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that
+// are gone, and reports the next thread that uses the memory.
+#ifndef __SANITIZE_ADDRESS__
 TEST_F(ProcessExecutorTest, CancelledWaitLetsTheCancellationPassAndLeavesNoChild) {
     std::promise<void> started;
     pthread_t thread;
@@ -669,6 +672,7 @@ TEST_F(ProcessExecutorTest, CancelledWaitLetsTheCancellationPassAndLeavesNoChild
     ASSERT_EQ(pthread_join(thread, &result), 0);
     EXPECT_EQ(result, PTHREAD_CANCELED);
 }
+#endif
 
 TEST(ProcessExecutorDeathTest, AnythingButTheDocumentedClassEndsTheProcess) {
     EXPECT_EXIT(

@@ -27,15 +27,6 @@ std::vector<const char*> argumentVector(const std::vector<std::string>& args) {
     return argv;
 }
 
-// Runs `step`, whose failure is of no interest.
-template <class Step>
-void dropFailure(Step&& step) noexcept {
-    try {
-        step();
-    } catch (const ErrnoException&) {
-    }
-}
-
 }  // namespace
 
 ProcessExecutor::ProcessExecutor(const std::string& program)
@@ -43,8 +34,8 @@ ProcessExecutor::ProcessExecutor(const std::string& program)
 
 ProcessExecutor::~ProcessExecutor() {
     const Uncancelled whole;
-    dropFailure([&] { kill(SIGTERM); });
-    dropFailure([&] { (void)wait(); });
+    dropExceptions([&] { kill(SIGTERM); });
+    dropExceptions([&] { (void)wait(); });
 }
 
 void ProcessExecutor::exec(const char** argv) {

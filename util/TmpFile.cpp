@@ -3,7 +3,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <exception>
 #include <utility>
 
 #include <tarnutil/Exception.h>
@@ -20,14 +19,6 @@ namespace {
 std::string nameTemplate() {
     const char* directory = ::getenv("TMPDIR");
     return std::string(directory != nullptr ? directory : "/tmp") + "/tmpXXXXXX";
-}
-
-// Removes `path` with all that is in it, as far as that can be done.
-void removeQuietly(const std::string& path) noexcept {
-    try {
-        (void)File::remove(path, /*recursive=*/true);
-    } catch (const std::exception&) {
-    }
 }
 
 }  // namespace
@@ -62,7 +53,7 @@ int TmpFile::getFd() const noexcept { return fd; }
 
 void TmpFile::clear() noexcept {
     const Uncancelled whole;
-    if (!path.empty()) removeQuietly(path);
+    if (!path.empty()) dropExceptions([&] { (void)File::remove(path, /*recursive=*/true); });
     path.clear();
     if (fd != -1) (void)::close(fd);
     fd = -1;
