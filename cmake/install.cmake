@@ -14,6 +14,15 @@ install(
   PATTERN "*.h")
 if(TARNUTIL_TOOLS)
   install(TARGETS tarnutil_command RUNTIME COMPONENT tools)
+  install(
+    FILES tools/completion/tarnutil.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+    RENAME tarnutil
+    COMPONENT tools)
+  install(
+    FILES tools/completion/_tarnutil
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
+    COMPONENT tools)
 endif()
 
 set(tarnutil_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarnutil)

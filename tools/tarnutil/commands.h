@@ -23,5 +23,7 @@ struct Unusable : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+void addCiphersCommand(CLI::App& app);
+
 }  // namespace tarnutil_command
 #endif  // TARNUTIL_TOOLS_COMMANDS_H

@@ -52,5 +52,6 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(kExample);
+    addCiphersCommand(app);
     return run(app, withTrace, argc, argv);
 }

@@ -1,0 +1,65 @@
+// A cipher string applied to the whole catalogue, and what became of it token by token.
+//
+// Everything is found by applying strings to contexts of their own, never by a second reading of
+// the language.
+#ifndef TARNUTIL_TOOLS_CIPHER_SELECTION_H
+#define TARNUTIL_TOOLS_CIPHER_SELECTION_H
+
+#include <tarnutil/ssl_suite.h>
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarnutil_command {
+
+// What a program sets up beside the string itself.
+struct CipherSettings {
+    std::optional<std::string> defaultString, commonCriteriaString, fipsString;
+    bool gmssl = false, fipsRsa = false, fipsEcdsa = false;
+};
+
+using Suites = std::vector<unsigned>;  // indices in ssl_suite
+
+// What one token did. Every suite stands in at most one of the lists.
+struct TokenEffect {
+    std::string token;
+    std::string expansion;  // of a keyword that stands for a string, else ""
+    Suites enabled, moved, disabled, removed;
+};
+
+// A term that no context of these settings knows: where in which text.
+struct UnknownTerm {
+    std::string term;
+    std::string text;      // the cipher string, or the string of `keyword`
+    std::string keyword;   // "" or the keyword whose string it is
+    std::size_t position;  // in bytes of `text`
+};
+
+class CipherSelection {
+public:
+    explicit CipherSelection(const CipherSettings& chosen) : settings(chosen) {}
+
+    // The suites that `text` offers, best first; nothing if it fails.
+    std::optional<Suites> offer(const std::string& text) const;
+
+    // What each token of a `text` that does not fail does, in turn.
+    std::vector<TokenEffect> explain(const std::string& text) const;
+
+    // The term at which a failing `text` fails.
+    UnknownTerm unknownTerm(const std::string& text) const;
+
+private:
+    struct State;
+    State stateAfter(const std::string& text, bool expand) const;
+    bool fails(const std::string& text, bool expand) const;
+    TokenEffect effect(const State& before, const State& after, const std::string& token) const;
+    std::string expansionOf(const std::string& token) const;
+    const std::optional<std::string>* stringOf(const std::string& term) const;
+    UnknownTerm locate(const std::string& text, const std::string& keyword) const;
+
+    CipherSettings settings;
+};
+
+}  // namespace tarnutil_command
+#endif  // TARNUTIL_TOOLS_CIPHER_SELECTION_H
