@@ -89,7 +89,8 @@ bool megabytesSurvive() {
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::signal(SIGPIPE, SIG_IGN);  // a child may end before it has read everything
+    // A child may end before it has read everything. A handler, for the child inherits SIG_IGN.
+    std::signal(SIGPIPE, [](int) {});
     try {
         if (argc < 2) return megabytesSurvive() ? 0 : 1;
         const std::string input((std::istreambuf_iterator<char>(std::cin)), {});

@@ -24,6 +24,7 @@ struct Unusable : std::runtime_error {
 };
 
 void addCiphersCommand(CLI::App& app);
+void addRunCommand(CLI::App& app);
 
 }  // namespace tarnutil_command
 #endif  // TARNUTIL_TOOLS_COMMANDS_H

@@ -53,5 +53,6 @@ int main(int argc, char** argv) {
     app.fallthrough();
     app.footer(kExample);
     addCiphersCommand(app);
+    addRunCommand(app);
     return run(app, withTrace, argc, argv);
 }

@@ -1,0 +1,93 @@
+"""tarnutil run: a program as a child, with its streams passed through and a deadline."""
+
+import tempfile
+
+from command import CommandTest, main, run
+
+
+class RunTest(CommandTest):
+    def test_passes_the_streams_through(self):
+        text = bytes(range(256)) * 16384
+        process = run("run", "--", "/bin/sh", "-c", "exec tee /dev/stderr", stdin=text)
+        self.assertEqual(process.returncode, 0)
+        self.assertEqual(process.stdout, text)
+        self.assertEqual(process.stderr, text + b"tarnutil: exit status 0\n")
+
+    def test_a_child_that_does_not_read_is_no_failure(self):
+        self.expect(run("run", "--", "/bin/true", stdin=b"x" * 1000000), 0,
+                    stdout="", stderr="tarnutil: exit status 0\n")
+
+    def test_arguments_that_look_like_options_go_to_the_program(self):
+        process = run("run", "--", "/bin/echo", "--timeout", "--", "run")
+        self.expect(process, 0, stdout="--timeout -- run\n")
+
+    def test_says_how_the_program_ended(self):
+        rows = [
+            # script          exit code  says
+            ("exit 0",        0,         "exit status 0"),
+            ("exit 3",        1,         "exit status 3"),
+            ("exit 254",      1,         "exit status 254"),
+            ("kill -KILL $$", 1,         "ended by a signal"),
+            ("kill -PIPE $$", 1,         "ended by a signal"),
+        ]
+        for script, code, says in rows:
+            with self.subTest(script):
+                self.expect(run("run", "--", "/bin/sh", "-c", script), code,
+                            stdout="", stderr="tarnutil: " + says + "\n")
+
+    def test_says_why_a_program_could_not_be_executed(self):
+        with tempfile.NamedTemporaryFile() as text:
+            rows = [
+                # program              says
+                ("/no/such/program",   "No such file or directory (exit status 254)"),
+                (text.name,            "Permission denied (exit status 243)"),
+                (text.name + "/below", "Not a directory (exit status 236)"),
+            ]
+            for program, says in rows:
+                with self.subTest(program):
+                    self.expect(run("run", "--", program), 2,
+                                stdout="", stderr="tarnutil: " + program + ": " + says + "\n")
+
+    def test_a_deadline_ends_the_program(self):
+        process = run("run", "--timeout", "0.2", "--", "/bin/sh", "-c", "echo begun; exec sleep 1000")
+        self.expect(process, 1, stdout="begun\n", stderr="tarnutil: deadline passed, ended by a signal\n")
+
+    def test_a_program_may_say_how_the_deadline_found_it(self):
+        process = run("run", "--timeout", "1", "--", "/bin/sh", "-c", "trap 'exit 5' TERM; while :; do :; done")
+        self.expect(process, 1, stdout="", stderr="tarnutil: deadline passed, exit status 5\n")
+
+    def test_a_program_that_ignores_the_deadline_is_killed(self):
+        process = run("run", "--timeout", "1", "--", "/bin/sh", "-c", "trap '' TERM; while :; do :; done")
+        self.expect(process, 1, stdout="", stderr="tarnutil: deadline passed, ended by a signal\n")
+
+    def test_a_deadline_holds_for_a_program_that_closed_its_streams(self):
+        process = run("run", "--timeout", "0.2", "--", "/bin/sh", "-c", "exec >&- 2>&-; exec sleep 1000")
+        self.expect(process, 1, stdout="", stderr="tarnutil: deadline passed, ended by a signal\n")
+
+    def test_a_deadline_far_away_changes_nothing(self):
+        self.expect(run("run", "--timeout", "1000", "--", "/bin/echo", "x"), 0, stdout="x\n")
+
+    def test_the_program_has_the_usual_signals_and_no_descriptors_of_the_command(self):
+        script = "grep SigIgn /proc/self/status; ls -l /proc/self/fd | grep -c 'pipe:'"
+        process = run("run", "--", "/bin/sh", "-c", script)
+        ignored, pipes = process.stdout.decode().splitlines()
+        self.assertEqual(int(ignored.split()[1], 16) & (1 << 12), 0, "SIGPIPE")
+        # Its three streams, the three that were saved for the command's own, and grep's input.
+        self.assertEqual(int(pipes), 6)
+
+    def test_nothing_to_run_is_a_usage_error(self):
+        self.expect(run("run"), 2, stdout="")
+        self.expect(run("run", "--timeout", "1"), 2, stdout="")
+
+    def test_a_timeout_that_is_no_time_is_a_usage_error(self):
+        for value in ("-1", "soon"):
+            self.expect(run("run", "--timeout", value, "--", "/bin/true"), 2, stdout="")
+
+    def test_help_shows_an_example(self):
+        process = run("run", "--help")
+        self.expect(process, 0, stderr="")
+        self.assertIn(b"Example", process.stdout)
+
+
+if __name__ == "__main__":
+    main()
