@@ -1,4 +1,5 @@
-// The promises that all readers share; certs/ holds a file for each subject.
+// Certificates, requests and revocation lists: what loads in which format. certs/ holds a file for
+// each other subject.
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>
 
@@ -13,15 +14,171 @@ using testing::IsEmpty;
 class CertTest : public testing::Test {
 protected:
     CertTest() { ERR_clear_error(); }
+    ~CertTest() override { ERR_clear_error(); }
 };
 
-TEST_F(CertTest, DerIsFoundOutAndTold) {
-    const std::string der = readFile(material("leaf.der"));
+// A reader of one kind of object, told only whether something loaded.
+using Reader = bool (*)(BIO* bio, int* format);
+
+bool readsCertificate(BIO* bio, int* format) {
+    return X509Ptr(TARNSSL_load_X509_bio(bio, format)) != nullptr;
+}
+bool readsRequest(BIO* bio, int* format) {
+    return RequestPtr(TARNSSL_load_X509_REQ_bio(bio, format)) != nullptr;
+}
+bool readsCrl(BIO* bio, int* /*format*/) {
+    return CrlPtr(TARNSSL_load_X509_CRL_bio(bio)) != nullptr;
+}
+
+constexpr int kNoPointer = -1;
+
+struct FormatCase {
+    const char* says;
+    Reader reader;
+    const char* file;
+    int asked;  // kNoPointer: a null pointer instead of an indicator
+    bool loads;
+    int told;
+};
+// clang-format off
+const FormatCase kFormatCases[] = {
+    // says                              reader            file             asked       loads  told
+    {"PEM is found out",                 readsCertificate, "leaf.pem",      0,          true,  1},
+    {"DER is found out",                 readsCertificate, "leaf.der",      0,          true,  2},
+    {"neither is told as unknown",       readsCertificate, "rsa.pem",       0,          false, 0},
+    {"nothing is told as unknown",       readsCertificate, "empty",         0,          false, 0},
+    {"PEM as asked",                     readsCertificate, "leaf.pem",      1,          true,  1},
+    {"DER is not PEM",                   readsCertificate, "leaf.der",      1,          false, 1},
+    {"DER as asked",                     readsCertificate, "leaf.der",      2,          true,  2},
+    {"PEM is not DER",                   readsCertificate, "leaf.pem",      2,          false, 2},
+    {"any other number is DER",          readsCertificate, "leaf.der",      7,          true,  7},
+    {"a negative number is DER",         readsCertificate, "leaf.der",      -2,         true,  -2},
+    {"any other number is not PEM",      readsCertificate, "leaf.pem",      7,          false, 7},
+    {"PEM without an indicator",         readsCertificate, "leaf.pem",      kNoPointer, true,  kNoPointer},
+    {"DER without an indicator",         readsCertificate, "leaf.der",      kNoPointer, true,  kNoPointer},
+    {"a request in PEM",                 readsRequest,     "named.req.pem", 0,          true,  1},
+    {"a request in DER",                 readsRequest,     "named.req.der", 0,          true,  2},
+    {"a request in DER, asked as PEM",   readsRequest,     "named.req.der", 1,          false, 1},
+    {"a request in DER, asked as DER",   readsRequest,     "named.req.der", 2,          true,  2},
+    {"a request without an indicator",   readsRequest,     "named.req.der", kNoPointer, true,  kNoPointer},
+    {"a certificate is no request",      readsRequest,     "leaf.der",      0,          false, 0},
+    {"a revocation list in PEM",         readsCrl,         "root.crl.pem",  kNoPointer, true,  kNoPointer},
+    {"a revocation list in DER",         readsCrl,         "root.crl.der",  kNoPointer, true,  kNoPointer},
+    {"a certificate is no such list",    readsCrl,         "leaf.der",      kNoPointer, false, kNoPointer},
+};
+// clang-format on
+
+TEST_F(CertTest, FormatsAreFoundOutOrObeyed) {
+    for (const FormatCase& row : kFormatCases) {
+        const std::string bytes = readFile(material(row.file));
+        const BioPtr bio = reading(bytes);
+        int format = row.asked;
+        EXPECT_EQ(row.reader(bio.get(), row.asked == kNoPointer ? nullptr : &format), row.loads)
+            << row.says;
+        EXPECT_EQ(format, row.told) << row.says;
+    }
+}
+
+TEST_F(CertTest, FilesLoadInBothFormats) {
+    for (const char* name : {"leaf.pem", "leaf.der"}) {
+        EXPECT_NE(X509Ptr(TARNSSL_load_X509_file(material(name).c_str())), nullptr) << name;
+    }
+    for (const char* name : {"named.req.pem", "named.req.der"}) {
+        EXPECT_NE(RequestPtr(TARNSSL_load_X509_REQ_file(material(name).c_str())), nullptr) << name;
+    }
+    for (const char* name : {"root.crl.pem", "root.crl.der"}) {
+        EXPECT_NE(CrlPtr(TARNSSL_load_X509_CRL_file(material(name).c_str())), nullptr) << name;
+    }
+}
+
+TEST_F(CertTest, MissingFilesAreNull) {
+    EXPECT_EQ(TARNSSL_load_X509_file("/nonexistent/file"), nullptr);
+    EXPECT_EQ(TARNSSL_load_X509_REQ_file("/nonexistent/file"), nullptr);
+    EXPECT_EQ(TARNSSL_load_X509_CRL_file("/nonexistent/file"), nullptr);
+}
+
+TEST_F(CertTest, OneIndicatorReadsSeveralFromOneBio) {
+    for (const char* name : {"chain.pem", "chain.der"}) {
+        const std::string bytes = readFile(material(name));
+        const BioPtr bio = reading(bytes);
+        int format = 0;
+        int count = 0;
+        while (readsCertificate(bio.get(), &format)) ++count;
+        EXPECT_EQ(count, 3) << name;
+    }
+}
+
+TEST_F(CertTest, AReadInAGivenFormatNeitherRewindsNorClears) {
+    const std::string bytes = readFile(material("leaf.der"));
+    const BioPtr bio = reading(bytes);
+    ERR_put_error(ERR_LIB_USER, 0, 1, "stale", 1);
+    int format = 1;
+    EXPECT_FALSE(readsCertificate(bio.get(), &format));
+    EXPECT_EQ(BIO_pending(bio.get()), 0) << "read to its end in search of a block";
+    EXPECT_EQ(drainErrors().size(), 2u);
+}
+
+TEST_F(CertTest, ABufferOfNegativeLengthEndsInNul) {
+    const std::string pem = readFile(material("leaf.pem"));
     int format = 0;
-    const X509Ptr cert(TARNSSL_load_X509_buf(der.data(), static_cast<int>(der.size()), &format));
-    EXPECT_NE(cert, nullptr);
-    EXPECT_EQ(format, 2);
+    EXPECT_NE(X509Ptr(TARNSSL_load_X509_buf(pem.c_str(), -1, &format)), nullptr);
+    EXPECT_NE(X509Ptr(TARNSSL_load_X509_buf(pem.c_str(), static_cast<int>(pem.size()), nullptr)),
+              nullptr);
+}
+
+TEST_F(CertTest, ACertificateBehindAKeyIsFound) {
+    const std::string bytes = readFile(material("rsa.pem")) + readFile(material("leaf.pem"));
+    const BioPtr bio = reading(bytes);
+    EXPECT_TRUE(readsCertificate(bio.get(), nullptr));
     EXPECT_THAT(drainErrors(), IsEmpty());
+}
+
+struct DamageCase {
+    Reader reader;
+    const char* file;
+};
+class DamagedCertTest : public testing::TestWithParam<DamageCase> {
+protected:
+    bool loads(const std::string& bytes) const {
+        const BioPtr bio = reading(bytes);
+        int format = 0;
+        const bool loaded = GetParam().reader(bio.get(), &format);
+        ERR_clear_error();
+        return loaded;
+    }
+};
+INSTANTIATE_TEST_SUITE_P(All, DamagedCertTest,
+                         testing::Values(DamageCase{readsCertificate, "leaf.pem"},
+                                         DamageCase{readsCertificate, "leaf.der"},
+                                         DamageCase{readsRequest, "named.req.pem"},
+                                         DamageCase{readsRequest, "named.req.der"},
+                                         DamageCase{readsCrl, "root.crl.pem"},
+                                         DamageCase{readsCrl, "root.crl.der"}));
+
+TEST_P(DamagedCertTest, IsNullWhereverItIsCut) {
+    const std::string whole = readFile(material(GetParam().file));
+    // Without its line end a block of PEM is still whole.
+    const std::size_t needed = whole.back() == '\n' ? whole.size() - 1 : whole.size();
+    expectNothingHeld([&] {
+        for (std::size_t length = 0; length < needed; ++length) {
+            ASSERT_FALSE(loads(whole.substr(0, length))) << length;
+        }
+    });
+}
+
+// Some altered bytes (in a signature, say) still make an object: then nothing may crash or leak.
+TEST_P(DamagedCertTest, LeaksNothingWhereverItIsAltered) {
+    std::string bytes = readFile(material(GetParam().file));
+    int refused = 0;
+    expectNothingHeld([&] {
+        for (char& byte : bytes) {
+            const char original = byte;
+            byte = static_cast<char>(original ^ 0x15);
+            if (!loads(bytes)) ++refused;
+            byte = original;
+        }
+    });
+    EXPECT_GT(refused, 0);
 }
 
 }  // namespace

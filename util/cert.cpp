@@ -148,9 +148,10 @@ namespace {
 // Pinned by CertQueueTest.
 enum ChainFailure { kNoFileBio = 341, kCannotOpen = 346, kNoFirstCertificate = 352 };
 constexpr int kUseCertificateChainFile = 220;
+constexpr int kBufferLibrary = 7;  // ERR_R_BUF_LIB is another number from OpenSSL 3 on
 
 int refuse_chain(ChainFailure failure) {
-    ERR_put_error(ERR_LIB_SSL, kUseCertificateChainFile, ERR_R_BUF_LIB, "util/cert.cpp", failure);
+    ERR_put_error(ERR_LIB_SSL, kUseCertificateChainFile, kBufferLibrary, "util/cert.cpp", failure);
     return 0;
 }
 

@@ -134,7 +134,7 @@ TARNUTIL_API int TARNSSL_X509_to_fingerprint_str(X509* cert, char* buffer, size_
 TARNUTIL_API unsigned char* TARNSSL_X509_get_first_crl_dp(X509* cert);
 
 /* Writes the subject alternative names as OpenSSL prints them ("DNS:a.example, DNS:b.example"): up
- * to size - 3 characters of their first line, and a NUL. `size` is in bytes, at least 3. Returns 0,
+ * to size - 2 characters of their first line, and a NUL. `size` is in bytes, at least 1. Returns 0,
  * or a negative value if the certificate has no such extension; the text is then empty, as it is if
  * the extension cannot be printed.
  *

@@ -75,11 +75,17 @@
     /* OpenSSL */                                                                                                     \
     ROW(Result, long,        BIO_ctrl,            (BIO* a, int b, long c, void* d),                 (a, b, c, d))     \
     ROW(Result, BIO*,        BIO_new,             (const BIO_METHOD* a),                            (a))              \
+    ROW(Result, BIO*,        BIO_new_file,        (const char* a, const char* b),                   (a, b))           \
     ROW(Result, BIO*,        BIO_new_mem_buf,     (const void* a, int b),                           (a, b))           \
     ROW(Result, int,         BIO_read,            (BIO* a, void* b, int c),                         (a, b, c))        \
     ROW(Result, int,         BIO_write,           (BIO* a, const void* b, int c),                   (a, b, c))        \
     ROW(Result, int,         RSA_private_encrypt, (int a, const unsigned char* b, unsigned char* c, RSA* d, int e),(a, b, c, d, e))\
     ROW(Result, int,         RSA_public_decrypt,  (int a, const unsigned char* b, unsigned char* c, RSA* d, int e),(a, b, c, d, e))\
+    ROW(Result, long,        SSL_CTX_ctrl,        (SSL_CTX* a, int b, long c, void* d),             (a, b, c, d))     \
+    ROW(Result, SSL_CTX*,    SSL_CTX_new,         (const SSL_METHOD* a),                            (a))              \
+    ROW(Result, int,         SSL_CTX_use_certificate, (SSL_CTX* a, X509* b),                            (a, b))       \
+    ROW(Result, int,         X509_digest,         (const X509* a, const EVP_MD* b, unsigned char* c, unsigned* d), (a, b, c, d))\
+    ROW(Result, EVP_PKEY*,   X509_get_pubkey,     (X509* a),                                        (a))              \
     /* end of the table */
 // clang-format on
 

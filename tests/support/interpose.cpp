@@ -8,6 +8,8 @@
 #include <dlfcn.h>
 #include <openssl/bio.h>
 #include <openssl/rsa.h>
+#include <openssl/ssl.h>
+#include <openssl/x509.h>
 #include <pthread.h>
 #include <sys/stat.h>
 #include <sys/time.h>

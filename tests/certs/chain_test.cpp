@@ -1,0 +1,235 @@
+// Certificates, keys and chains in an SSL_CTX.
+#include <gmock/gmock.h>
+#include <tarnutil/cert.h>
+
+#include "fault.h"
+#include "material.h"
+#include "scratch_dir.h"
+
+namespace tarnutil_test {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ChainTest : public testing::Test {
+protected:
+    ChainTest() { ERR_clear_error(); }
+    ~ChainTest() override { ERR_clear_error(); }
+
+    int use(const std::string& path) {
+        return TARNSSL_CTX_use_certificate_chain_file(ctx.get(), path.c_str());
+    }
+
+    // The names of the context's certificate and of its extra chain.
+    std::string leafName() const { return nameOf(SSL_CTX_get0_certificate(ctx.get())); }
+    std::vector<std::string> chainNames() const {
+        STACK_OF(X509)* chain = nullptr;
+        SSL_CTX_get_extra_chain_certs_only(ctx.get(), &chain);
+        std::vector<std::string> names;
+        for (int i = 0; i < sk_X509_num(chain); ++i) {
+            names.push_back(nameOf(sk_X509_value(chain, i)));
+        }
+        return names;
+    }
+
+    const SslCtxPtr ctx{SSL_CTX_new(SSLv23_method())};
+
+private:
+    static std::string nameOf(X509* cert) {
+        if (cert == nullptr) return "(none)";
+        char name[100];
+        X509_NAME_get_text_by_NID(X509_get_subject_name(cert), NID_commonName, name, sizeof name);
+        return name;
+    }
+};
+
+TEST_F(ChainTest, InstallsTheLeafAndWhatFollows) {
+    EXPECT_EQ(use(material("chain.pem")), 1);
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), ElementsAre("issuing", "policy"));
+    EXPECT_THAT(drainErrors(), IsEmpty());
+}
+
+TEST_F(ChainTest, ReplacesAnEarlierExtraChain) {
+    ASSERT_EQ(SSL_CTX_add_extra_chain_cert(ctx.get(), certificate("unrelated.pem").release()), 1);
+    ERR_clear_error();
+    EXPECT_EQ(use(material("chain.pem")), 1);
+    EXPECT_THAT(chainNames(), ElementsAre("issuing", "policy"));
+}
+
+TEST_F(ChainTest, ALeafAloneEmptiesTheExtraChain) {
+    ASSERT_EQ(use(material("chain.pem")), 1);
+    EXPECT_EQ(use(material("leaf.pem")), 1);
+    EXPECT_THAT(chainNames(), IsEmpty());
+}
+
+TEST_F(ChainTest, StaleErrorsAreForgotten) {
+    ERR_put_error(ERR_LIB_PEM, 0, PEM_R_BAD_DECRYPT, __FILE__, __LINE__);
+    EXPECT_EQ(use(material("chain.pem")), 1);
+    EXPECT_THAT(drainErrors(), IsEmpty());
+}
+
+TEST_F(ChainTest, ADerFileIsRefusedAfterItsLeafWasInstalled) {
+    EXPECT_EQ(use(material("leaf.der")), 0);
+    EXPECT_EQ(leafName(), "leaf");
+}
+
+TEST_F(ChainTest, ADerChainIsInstalledWholeAndRefused) {
+    EXPECT_EQ(use(material("chain.der")), 0);
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), ElementsAre("issuing", "policy"));
+}
+
+TEST_F(ChainTest, DamageInTheChainIsRefusedAfterWhatStandsBeforeIt) {
+    const ScratchDir dir;
+    EXPECT_EQ(
+        use(dir.write("chain", readFile(material("leaf.pem")) + readFile(material("issuing.pem")) +
+                                   "-----BEGIN CERTIFICATE-----\nAAAA\n")),
+        0);
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), ElementsAre("issuing"));
+}
+
+struct ChainError {
+    const char* says;
+    std::string path;
+    int line;
+};
+
+TEST_F(ChainTest, FailuresBeforeTheFirstCertificateAreQueuedWithTheirLine) {
+    const ChainError rows[] = {
+        // says  path  line
+        {"a missing file", "/nonexistent/chain", 346},
+        {"an empty file", material("empty"), 352},
+        {"a damaged first block", material("cut_short.pem"), 352},
+        {"a file of something else", material("rsa.pkcs8.der"), 352},
+    };
+    for (const ChainError& row : rows) {
+        EXPECT_EQ(use(row.path), 0) << row.says;
+        const char* file = nullptr;
+        int line = 0;
+        const unsigned long error = ERR_peek_last_error_line(&file, &line);
+        EXPECT_EQ(ERR_GET_LIB(error), ERR_LIB_SSL) << row.says;
+        EXPECT_EQ(ERR_GET_REASON(error), 7) << row.says;
+        EXPECT_STREQ(file, "util/cert.cpp");
+        EXPECT_EQ(line, row.line) << row.says;
+        EXPECT_EQ(leafName(), "(none)");
+    }
+}
+
+TEST_F(ChainTest, WithoutABioTheFirstLineIsQueued) {
+    const Fault fault(Call::BIO_new, 0);
+    EXPECT_EQ(use(material("chain.pem")), 0);
+    int line = 0;
+    const unsigned long error = ERR_peek_error_line(nullptr, &line);
+    EXPECT_EQ(ERR_GET_LIB(error), ERR_LIB_SSL);
+    EXPECT_EQ(ERR_GET_REASON(error), 7);
+    EXPECT_EQ(line, 341);
+}
+
+TEST_F(ChainTest, ACertificateThatTheContextRefusesEndsIt) {
+    const Fault fault(Call::SSL_CTX_use_certificate, 0);
+    EXPECT_EQ(use(material("chain.pem")), 0);
+    EXPECT_THAT(chainNames(), IsEmpty());
+    EXPECT_THAT(drainErrors(), IsEmpty()) << "nothing of its own";
+}
+
+// Clears the list, then adds the first: the second use is the one to fail.
+TEST_F(ChainTest, AnExtraCertificateThatCannotBeAddedEndsItWithoutALeak) {
+    const Fault fault(Call::SSL_CTX_ctrl, 0, 2);
+    EXPECT_EQ(use(material("chain.pem")), 0);
+    EXPECT_TRUE(fault.hasFired());
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), IsEmpty());
+}
+
+TEST_F(ChainTest, SingleCertificatesInstallFromBothFormats) {
+    for (const char* name : {"leaf.pem", "leaf.der", "chain.pem"}) {
+        EXPECT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), material(name).c_str()), 1) << name;
+        EXPECT_EQ(leafName(), "leaf");
+        EXPECT_THAT(chainNames(), IsEmpty());
+    }
+    EXPECT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), "/nonexistent/leaf"), 0);
+    EXPECT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), material("rsa.pem").c_str()), 0);
+}
+
+TEST_F(ChainTest, KeysInstallFromBothFormats) {
+    char secret[] = "secret";
+    const auto usesKey = [&](const std::string& path, void* password) {
+        return TARNSSL_CTX_use_PrivateKey_file(ctx.get(), path.c_str(), password);
+    };
+    EXPECT_EQ(usesKey(material("ec.pem"), nullptr), 1);
+    EXPECT_EQ(usesKey(material("ec.pkcs8.der"), nullptr), 1);
+    EXPECT_EQ(usesKey(material("ec.locked.pem"), secret), 1);
+    EXPECT_EQ(usesKey(material("ec.locked.pem"), nullptr), 0);
+    EXPECT_EQ(usesKey("/nonexistent/key", nullptr), 0);
+}
+
+TEST_F(ChainTest, AKeyThatDoesNotFitItsCertificateIsRefusedByTheContext) {
+    ASSERT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), material("leaf.pem").c_str()), 1);
+    const std::string key = material("ec.pem");
+    const int used = TARNSSL_CTX_use_PrivateKey_file(ctx.get(), key.c_str(), nullptr);
+    EXPECT_TRUE(used == 0 || SSL_CTX_check_private_key(ctx.get()) == 0);
+}
+
+TEST_F(ChainTest, TheFilesOwnerIsNotAskedForTheIssuerWithoutALeaf) {
+    const Fault fault(Call::SSL_CTX_new, 0);
+    EXPECT_EQ(TARNSSL_cert_contain_issuer("/nonexistent/chain"), -1) << "the context is not used";
+    EXPECT_TRUE(fault.hasFired());
+}
+
+TEST(CertFaultTest, AFailedDigestIsReported) {
+    const X509Ptr leaf = certificate("leaf.pem");
+    char buffer[103] = "before";
+    const Fault fault(Call::X509_digest, 0);
+    EXPECT_EQ(TARNSSL_X509_to_fingerprint_str(leaf.get(), buffer, sizeof buffer), -1);
+    EXPECT_STREQ(buffer, "before");
+}
+
+TEST(CertFaultTest, ADigestOfNoBytesLeavesTheBuffer) {
+    const X509Ptr leaf = certificate("leaf.pem");
+    char buffer[103] = "before";
+    const Fault fault(Call::X509_digest, 1);  // succeeds, and writes no length
+    EXPECT_EQ(TARNSSL_X509_to_fingerprint_str(leaf.get(), buffer, sizeof buffer), 1);
+    EXPECT_STREQ(buffer, "before");
+}
+
+TEST(CertFaultTest, WithoutABioTheNamesAreEmpty) {
+    const X509Ptr leaf = certificate("leaf.pem");
+    char buffer[103] = "before";
+    const Fault fault(Call::BIO_new, 0);
+    EXPECT_GE(TARNSSL_X509_get_SANs_str(leaf.get(), buffer, sizeof buffer), 0);
+    EXPECT_STREQ(buffer, "");
+}
+
+TEST(CertFaultTest, WithoutABioNothingLoads) {
+    const std::string der = readFile(material("leaf.der"));
+    {
+        const Fault fault(Call::BIO_new_mem_buf, 0);
+        int format = 0;
+        EXPECT_EQ(TARNSSL_load_X509_buf(der.data(), static_cast<int>(der.size()), &format),
+                  nullptr);
+        EXPECT_EQ(format, 0);
+    }
+    const std::string leaf = material("leaf.pem");
+    const X509Ptr subject = certificate("leaf.pem");
+    const Fault fault(Call::BIO_new_file, 0, 1, Fault::fromThenOn);
+    EXPECT_EQ(TARNSSL_load_X509_file(leaf.c_str()), nullptr);
+    EXPECT_EQ(TARNSSL_load_X509_REQ_file(leaf.c_str()), nullptr);
+    EXPECT_EQ(TARNSSL_load_X509_CRL_file(leaf.c_str()), nullptr);
+    EXPECT_EQ(TARNSSL_load_PrivateKey_file(leaf.c_str(), nullptr), nullptr);
+    EXPECT_EQ(TARNSSL_load_RSA_file(leaf.c_str(), nullptr), nullptr);
+    EXPECT_EQ(TARNSSL_cert_contain_issuer_of(leaf.c_str(), subject.get()), -1);
+}
+
+// The signature is checked all the same, and cannot be good.
+TEST(CertFaultTest, AnIssuerWhoseKeyCannotBeHadIsNone) {
+    const X509Ptr root = certificate("root.pem");
+    const Fault fault(Call::X509_get_pubkey, 0);
+    EXPECT_EQ(TARNSSL_verify_issuer(root.get(), root.get()), 0);
+    ERR_clear_error();
+}
+
+}  // namespace
+}  // namespace tarnutil_test
