@@ -70,14 +70,15 @@ int leaf_find_next(const uint64_t* words, unsigned word_count, uint32_t i) {
 
 // The largest member below `i`; the record's minimum, which is not in the words, if nothing else
 // is.
-uint16_t last_before(const eb_l1_t* rec, uint32_t i) {
+uint16_t last_before(const eb_l1_t* rec, const uint64_t* words, uint32_t i) {
     uint32_t w = i / kWordBits;
-    uint64_t below = rec->words[w] & (bit_in_word(i) - 1);
-    while (below == 0 && w > 0) below = rec->words[--w];
+    uint64_t below = words[w] & (bit_in_word(i) - 1);
+    while (below == 0 && w > 0) below = words[--w];
     return below == 0 ? rec->min : static_cast<uint16_t>(w * kWordBits + highest_bit(below));
 }
 
-void set1(eb_l1_t* rec, uint32_t i) {
+// `words` are the record's own; see words_of_leaf for why they are passed.
+void set1(eb_l1_t* rec, uint64_t* words, uint32_t i) {
     auto bit = static_cast<uint16_t>(i);
     if (is_empty(rec)) {
         rec->min = rec->max = bit;
@@ -89,25 +90,30 @@ void set1(eb_l1_t* rec, uint32_t i) {
         rec->min = bit;
         bit = old_min;
     }
-    rec->words[bit / kWordBits] |= bit_in_word(bit);
+    words[bit / kWordBits] |= bit_in_word(bit);
     if (bit > rec->max) rec->max = bit;
 }
 
-bool is_set1(const eb_l1_t* rec, uint32_t i) {
+bool is_set1(const eb_l1_t* rec, const uint64_t* words, uint32_t i) {
     if (i <= rec->min) return i == rec->min;
     if (i > rec->max) return false;
-    return (rec->words[i / kWordBits] & bit_in_word(i)) != 0;
+    return (words[i / kWordBits] & bit_in_word(i)) != 0;
 }
 
-void clear1(eb_l1_t* rec, unsigned word_count, uint32_t i) {
+void clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
     if (is_empty(rec)) return;
     if (i == rec->min) {
         if (i == rec->max) return make_empty(rec);
-        rec->min = static_cast<uint16_t>(leaf_find_next(rec->words, word_count, i));
+        rec->min = static_cast<uint16_t>(leaf_find_next(words, word_count, i));
         i = rec->min;
     }
-    rec->words[i / kWordBits] &= ~bit_in_word(i);
-    if (i == rec->max) rec->max = last_before(rec, i);
+    words[i / kWordBits] &= ~bit_in_word(i);
+    if (i == rec->max) rec->max = last_before(rec, words, i);
+}
+
+void set1(eb_l1_t* rec, uint32_t i) { set1(rec, rec->words, i); }
+void clear1(eb_l1_t* rec, unsigned word_count, uint32_t i) {
+    clear1(rec, rec->words, word_count, i);
 }
 
 // Takes the words of `count` records of `bits` bits each, as one zeroed block, and makes the
@@ -143,6 +149,12 @@ void make_empty(eb_top_t* top) {
     top->max = 0;
 }
 
+// The words of the leaves follow each other: those of a leaf are found without waiting for its
+// record.
+uint64_t* words_of_leaf(const eb_top_t* top, uint32_t leaf) {
+    return top->leaves[0].words + leaf * kLeafWords;
+}
+
 // The smallest and the largest offset in the leaves, which are not empty.
 uint32_t first_in_leaves(const eb_top_t* top) {
     const uint32_t leaf = top->summary.min;
@@ -159,19 +171,20 @@ void top_set(eb_top_t* top, uint32_t offset) {
     if (offset < top->min) std::swap(offset, top->min);
     eb_l1_t* leaf = &top->leaves[leaf_of(offset)];
     if (is_empty(leaf)) set1(&top->summary, leaf_of(offset));  // one that held something is marked
-    set1(leaf, bit_of(offset));
+    set1(leaf, words_of_leaf(top, leaf_of(offset)), bit_of(offset));
     if (offset > top->max) top->max = offset;
 }
 
 bool top_is_set(const eb_top_t* top, uint32_t offset) {
     if (offset <= top->min || offset > top->max) return offset == top->min;
-    return is_set1(&top->leaves[leaf_of(offset)], bit_of(offset));  // an unmarked leaf is empty
+    return is_set1(&top->leaves[leaf_of(offset)], words_of_leaf(top, leaf_of(offset)),
+                   bit_of(offset));  // an unmarked leaf is empty
 }
 
 // Removes an offset from the leaves, and the mark of its leaf with the last one.
 void clear_in_leaves(eb_top_t* top, uint32_t offset) {
     eb_l1_t* leaf = &top->leaves[leaf_of(offset)];
-    clear1(leaf, kLeafWords, bit_of(offset));
+    clear1(leaf, words_of_leaf(top, leaf_of(offset)), kLeafWords, bit_of(offset));
     if (is_empty(leaf)) clear1(&top->summary, kSummaryWords, leaf_of(offset));
 }
 
@@ -228,10 +241,11 @@ void top_aux_set(eb_t* eb, uint32_t t) {
     if (t > eb->max_top) eb->max_top = t;
 }
 
+// A top is marked, as the smallest or in its record, exactly when it holds anything.
 bool top_aux_is_set(const eb_t* eb, uint32_t t) {
     if (t <= eb->min_top) return t == eb->min_top;
     if (t > eb->max_top) return false;
-    return is_set1(&eb->top_aux[t >> kAuxShift], t & kAuxMask);
+    return !is_empty(&eb->tops[t]);  // which is what the mark says, and is read next anyway
 }
 
 // Removes the mark of top `t`, which may have none.
@@ -328,8 +342,8 @@ uint64_t next_in_top(const eb_top_t* top, uint64_t base, uint32_t offset) {
         // Quirk: nothing more in this leaf is answered likewise, in 32 bits.
         // Pinned by EbFindNextTest.TheLargestOfALeafAnswersThePositionBeforeTheLeaf.
         if (bit >= rec->max) return base + (leaf_base - 1);
-        return base +
-               (leaf_base + static_cast<uint32_t>(leaf_find_next(rec->words, kLeafWords, bit)));
+        return base + (leaf_base + static_cast<uint32_t>(
+                                       leaf_find_next(words_of_leaf(top, leaf), kLeafWords, bit)));
     }
     // Quirk: the leaf's own offset is left out. Callers expect the value as it is.
     // Pinned by EbFindNextTest.TheNextLeafComesWithoutItsOffset.
@@ -409,8 +423,12 @@ int eb_set(eb_t* eb, uint64_t pos) {
 int eb_is_set(const eb_t* eb, uint64_t pos) {
     if (is_empty(eb)) return 0;
     if (pos == eb->min) return 1;
-    if (!top_aux_is_set(eb, top_of(pos))) return 0;
-    return top_is_set(&eb->tops[top_of(pos)], offset_of(pos)) ? 1 : 0;
+    const uint32_t t = top_of(pos);
+    const eb_top_t* top = &eb->tops[t];
+    __builtin_prefetch(
+        &top->leaves[leaf_of(offset_of(pos))]);  // needed soon, and far from the rest
+    if (!top_aux_is_set(eb, t)) return 0;
+    return top_is_set(top, offset_of(pos)) ? 1 : 0;
 }
 
 void eb_clear(eb_t* eb, uint64_t pos) {
