@@ -23,6 +23,7 @@ struct Unusable : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+void addBitmapCommand(CLI::App& app);
 void addCiphersCommand(CLI::App& app);
 void addRunCommand(CLI::App& app);
 

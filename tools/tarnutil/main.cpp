@@ -52,6 +52,7 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(kExample);
+    addBitmapCommand(app);
     addCiphersCommand(app);
     addRunCommand(app);
     return run(app, withTrace, argc, argv);
