@@ -107,6 +107,10 @@ const LineCase kLineCases[] = {
     {"the offset ends at the first parenthesis",        "m(fun+0x1)+0x2)",                         "m(fun+0x1)"},
     {"a second plus belongs to the offset",             "m(fun+0x1+2)",                            "m(fun+0x1+2)"},
     {"a second opening belongs to the function",        "m((fun+0x1)",                             "m((fun+0x1)"},
+    {"a plus before the parenthesis is the module's",   "m+(fun+0x1)",                             "m+(fun+0x1)"},
+    {"the offset may be empty",                         "m(fun+)",                                 "m(fun+)"},
+    {"no other character ends a function",              "m(fun#one+0x1)",                          "m(fun#one+0x1)"},
+    {"no other character is skipped in front",          "#m(fun+0x1)",                             "#m(fun+0x1)"},
     {"what follows is dropped",                         "m(fun+0x1) and more (of it)",             "m(fun+0x1)"},
     {"one letter reads as the type it is mangled to",   "m(f+0x1)",                                "m(float+0x1)"},
 };
