@@ -11,6 +11,14 @@
 
 #include "trace_line.h"
 
+// A function that keeps a frame of its own. g++ forgets [[gnu::noinline]] where constructors of one
+// file call each other.
+#ifdef __clang__
+#define TARNUTIL_OWN_FRAME [[gnu::noinline]]
+#else
+#define TARNUTIL_OWN_FRAME [[gnu::noipa]]
+#endif
+
 namespace {
 
 constexpr int kMaxFrames = 64;
@@ -40,8 +48,8 @@ std::vector<std::string> traceLines(char* const* symbols, int count) {
 }
 
 // Replaces `trace` by the stack of the calling thread, this function's own frame first, then
-// those of the constructors (the build keeps them all). A trace that cannot be had is empty.
-int traceStack(std::vector<std::string>& trace) noexcept {
+// those of the constructors. A trace that cannot be had is empty.
+TARNUTIL_OWN_FRAME int traceStack(std::vector<std::string>& trace) noexcept {
     std::array<void*, kMaxFrames> frames{};
     const int count = backtrace(frames.data(), kMaxFrames);
     if (count < 1) {
@@ -67,7 +75,7 @@ int traceStack(std::vector<std::string>& trace) noexcept {
 
 }  // namespace
 
-TraceableException::TraceableException() { (void)traceStack(stackTrace); }
+TARNUTIL_OWN_FRAME TraceableException::TraceableException() { (void)traceStack(stackTrace); }
 TraceableException::~TraceableException() noexcept = default;
 
 std::string TraceableException::kind() const {
@@ -79,7 +87,7 @@ std::string TraceableException::kind() const {
 
 namespace tarnutil {
 
-Exception::Exception(const std::string& msg) : message(msg) {}
+TARNUTIL_OWN_FRAME Exception::Exception(const std::string& msg) : message(msg) {}
 Exception::~Exception() noexcept = default;
 
 const char* Exception::what() const noexcept { return message.c_str(); }
@@ -92,13 +100,18 @@ std::string Exception::getStrerror(int errnum) {
 
 // errno is read twice on purpose: what the message says was true when the failure was described,
 // the number is what is left after that.
-ErrnoException::ErrnoException(const std::string& msg, int errnum)
+TARNUTIL_OWN_FRAME ErrnoException::ErrnoException(const std::string& msg, int errnum)
     : Exception(createMsg(msg, errnum == -1 ? errno : errnum)),
       errorNumber(errnum == -1 ? errno : errnum) {}
 ErrnoException::~ErrnoException() noexcept = default;
 
 std::string ErrnoException::createMsg(const std::string& msg, int errnum) {
-    return msg + ": errno " + std::to_string(errnum) + ": " + getStrerror(errnum);
+    const std::string number = std::to_string(errnum);
+    const std::string text = getStrerror(errnum);
+    std::string composed;
+    composed.reserve(msg.size() + number.size() + text.size() + 10);
+    composed.append(msg).append(": errno ").append(number).append(": ").append(text);
+    return composed;
 }
 
 IOException::~IOException() noexcept = default;
