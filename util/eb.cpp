@@ -108,7 +108,8 @@ void clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
         i = rec->min;
     }
     words[i / kWordBits] &= ~bit_in_word(i);
-    if (i == rec->max) rec->max = last_before(rec, words, i);
+    // What moved up from the words as the new minimum may be the maximum as well: nothing is below it.
+    if (i == rec->max && i != rec->min) rec->max = last_before(rec, words, i);
 }
 
 void set1(eb_l1_t* rec, uint32_t i) { set1(rec, rec->words, i); }
