@@ -23,9 +23,12 @@ struct Unusable : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+void addBase64Command(CLI::App& app);
 void addBitmapCommand(CLI::App& app);
 void addCiphersCommand(CLI::App& app);
+void addDigestCommand(CLI::App& app);
 void addRunCommand(CLI::App& app);
+void addTokenCommand(CLI::App& app);
 
 }  // namespace tarnutil_command
 #endif  // TARNUTIL_TOOLS_COMMANDS_H

@@ -52,8 +52,11 @@ int main(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();
     app.footer(kExample);
+    addBase64Command(app);
     addBitmapCommand(app);
     addCiphersCommand(app);
+    addDigestCommand(app);
     addRunCommand(app);
+    addTokenCommand(app);
     return run(app, withTrace, argc, argv);
 }
