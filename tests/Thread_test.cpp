@@ -52,6 +52,24 @@ void awaitExit(Thread& thread) {
     while (!thread.getHasExited()) std::this_thread::yield();
 }
 
+// How many live objects of a kind the program has built.
+long alive(Call build, Call destroy) {
+    return static_cast<long>(Fault::calls(build)) - static_cast<long>(Fault::calls(destroy));
+}
+long attributesAlive() { return alive(Call::pthread_attr_init, Call::pthread_attr_destroy); }
+long mutexesAlive() { return alive(Call::pthread_mutex_init, Call::pthread_mutex_destroy); }
+
+// Waits until `enough`; false if that takes longer than anything here ever should.
+template <class Condition>
+bool comesTrue(const Condition& enough) {
+    const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (!enough()) {
+        if (std::chrono::steady_clock::now() > latest) return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
+
 // --- What each operation comes to in each state
 // ----------------------------------------------------
 
@@ -65,14 +83,16 @@ struct Subject {
         release();
         if (joinable) joinAndDestroy(*thread);
         thread.reset();
-        census.awaitNone();
+        EXPECT_TRUE(comesTrue([this] { return mutexesAlive() == mutexesBefore; }))
+            << "a record is lost";
     }
     void release() {
         if (!std::exchange(released, true)) opener.set_value();
     }
 
     const bool createdDetached;
-    Census census;
+    const long mutexesBefore = mutexesAlive();
+    Census census;  // at its end, every runnable has to be destroyed
     std::promise<void> opener;
     bool released = false;
     bool joinable = false;
@@ -202,12 +222,6 @@ const StartFailureCase kStartFailureCases[] = {
     {Call::pthread_attr_setdetachstate, "Could not set detached stated for thread: "},
     {Call::pthread_create, "Could not create pthread: "},
 };
-
-long alive(Call build, Call destroy) {
-    return static_cast<long>(Fault::calls(build)) - static_cast<long>(Fault::calls(destroy));
-}
-long attributesAlive() { return alive(Call::pthread_attr_init, Call::pthread_attr_destroy); }
-long mutexesAlive() { return alive(Call::pthread_mutex_init, Call::pthread_mutex_destroy); }
 
 TEST(ThreadTest, FailedStartCanBeTriedAgain) {
     for (const StartFailureCase& row : kStartFailureCases) {
@@ -562,17 +576,6 @@ private:
     std::atomic<bool> there{false};
     std::atomic<bool> go{false};
 };
-
-// Waits until `enough`; false if that takes longer than anything here ever should.
-template <class Condition>
-bool comesTrue(const Condition& enough) {
-    const auto latest = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    while (!enough()) {
-        if (std::chrono::steady_clock::now() > latest) return false;
-        std::this_thread::yield();
-    }
-    return true;
-}
 
 // The owner waits a little longer before each detach() that follows one that came first, and a
 // little shorter otherwise: so both sides keep arriving at the same moment, and each wins often.
