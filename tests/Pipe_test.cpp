@@ -15,6 +15,7 @@
 #include <utility>
 #include <vector>
 
+#include "cancelled.h"
 #include "fault.h"
 #include "leaks.h"
 #include "thrown.h"
@@ -435,32 +436,19 @@ TEST_F(PipeTest, FailedConstructionLeavesBothEndsOpen) {
 }
 
 TEST_F(PipeTest, CleaningUpOutlastsACancellation) {
-    struct Shared {
-        int stream;
-        Pipe pipe;
-        bool cleaned;
-    } shared{standIn, {}, false};
     const auto original = fileOf(standIn);
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, nullptr,
-                  [](void* argument) -> void* {
-                      auto* all = static_cast<Shared*>(argument);
-                      all->pipe.open();
-                      all->pipe.substitute(all->stream, Pipe::WRITE);
-                      pthread_cancel(pthread_self());
-                      all->pipe.restore();
-                      all->pipe.close(3);
-                      all->cleaned = true;
-                      pthread_testcancel();
-                      return nullptr;
-                  },
-                  &shared),
-              0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED) << "the cancellation comes once the pipe is clean";
-    EXPECT_TRUE(shared.cleaned);
+    Pipe pipe;
+    bool cleaned = false;
+    EXPECT_TRUE(endsCancelled([&] {
+        pipe.open();
+        pipe.substitute(standIn, Pipe::WRITE);
+        pthread_cancel(pthread_self());
+        pipe.restore();
+        pipe.close(3);
+        cleaned = true;
+        pthread_testcancel();
+    })) << "the cancellation comes once the pipe is clean";
+    EXPECT_TRUE(cleaned);
     EXPECT_EQ(fileOf(standIn), original);
     EXPECT_THAT(added(), IsEmpty());
 }

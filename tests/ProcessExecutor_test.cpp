@@ -27,6 +27,7 @@
 
 #include <tarnutil/Exception.h>
 
+#include "cancelled.h"
 #include "fault.h"
 #include "leaks.h"
 #include "scratch_dir.h"
@@ -653,24 +654,12 @@ TEST_F(ProcessExecutorTest, DestructionDropsFailures) {
 // are gone, and reports the next thread that uses the memory.
 #ifndef __SANITIZE_ADDRESS__
 TEST_F(ProcessExecutorTest, CancelledWaitLetsTheCancellationPassAndLeavesNoChild) {
-    std::promise<void> started;
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, nullptr,
-                  [](void* argument) -> void* {
-                      ProcessExecutor child(kCat);
-                      child.exec({"cat"});
-                      static_cast<std::promise<void>*>(argument)->set_value();
-                      child.wait();
-                      return nullptr;
-                  },
-                  &started),
-              0);
-    started.get_future().wait();
-    pthread_cancel(thread);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_TRUE(endsCancelled([] {
+        ProcessExecutor child(kCat);
+        child.exec({"cat"});
+        pthread_cancel(pthread_self());
+        child.wait();
+    }));
 }
 #endif
 

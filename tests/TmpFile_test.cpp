@@ -19,6 +19,7 @@
 
 #include <tarnutil/Exception.h>
 
+#include "cancelled.h"
 #include "fail_each.h"
 #include "fault.h"
 #include "leaks.h"
@@ -373,28 +374,16 @@ TEST_F(TmpFileTest, RemovalThatRunsOutOfMemoryIsDroppedAndTheObjectIsEmpty) {
 }
 
 TEST_F(TmpFileTest, ClearingOutlastsACancellation) {
-    struct Shared {
-        TmpFile tmp;
-        bool cleared = false;
-    } shared;
-    pthread_t thread;
-    ASSERT_EQ(pthread_create(
-                  &thread, nullptr,
-                  [](void* argument) -> void* {
-                      auto* all = static_cast<Shared*>(argument);
-                      all->tmp.create(/*directory=*/false);
-                      pthread_cancel(pthread_self());
-                      all->tmp.clear();
-                      all->cleared = true;
-                      pthread_testcancel();
-                      return nullptr;
-                  },
-                  &shared),
-              0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED) << "the cancellation comes once the object is empty";
-    EXPECT_TRUE(shared.cleared);
+    TmpFile tmp;
+    bool cleared = false;
+    EXPECT_TRUE(endsCancelled([&] {
+        tmp.create(/*directory=*/false);
+        pthread_cancel(pthread_self());
+        tmp.clear();
+        cleared = true;
+        pthread_testcancel();
+    })) << "the cancellation comes once the object is empty";
+    EXPECT_TRUE(cleared);
     EXPECT_THAT(namesIn(dir.path()), IsEmpty());
 }
 
