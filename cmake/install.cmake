@@ -12,6 +12,7 @@ install(
   COMPONENT dev
   FILES_MATCHING
   PATTERN "*.h")
+install(DIRECTORY suppressions DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnutil)
 if(TARNUTIL_TOOLS)
   install(TARGETS tarnutil_command RUNTIME COMPONENT tools)
   install(

@@ -16,7 +16,7 @@ make_key() {
     shift
     quietly openssl genpkey "$@" -out "$name.pem"
     quietly openssl pkcs8 -topk8 -in "$name.pem" -nocrypt -outform DER -out "$name.pkcs8.der"
-    quietly openssl pkcs8 -topk8 -in "$name.pem" -v2 aes-256-cbc -iter 2048 -passout pass:secret \
+    quietly openssl pkcs8 -topk8 -in "$name.pem" -v2 aes-256-cbc -iter 16 -passout pass:secret \
         -out "$name.locked.pem"
     openssl pkey -in "$name.pem" -pubout -out "$name.pub.pem"
 }

@@ -25,6 +25,7 @@ struct Unusable : std::runtime_error {
 
 void addBase64Command(CLI::App& app);
 void addBitmapCommand(CLI::App& app);
+void addCertCommand(CLI::App& app);
 void addCiphersCommand(CLI::App& app);
 void addDigestCommand(CLI::App& app);
 void addRunCommand(CLI::App& app);

@@ -54,6 +54,7 @@ int main(int argc, char** argv) {
     app.footer(kExample);
     addBase64Command(app);
     addBitmapCommand(app);
+    addCertCommand(app);
     addCiphersCommand(app);
     addDigestCommand(app);
     addRunCommand(app);

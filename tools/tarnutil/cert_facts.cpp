@@ -1,0 +1,151 @@
+#include "cert_facts.h"
+
+#include <openssl/err.h>
+#include <openssl/pem.h>
+
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+
+#include "commands.h"
+
+namespace tarnutil_command {
+namespace {
+
+struct FreeBio {
+    void operator()(BIO* bio) const { (void)BIO_free(bio); }
+};
+using Bio = std::unique_ptr<BIO, FreeBio>;
+
+enum Format { kUnknown = 0, kPem = 1, kDer = 2 };
+
+Bio openFile(const std::string& path) {
+    ERR_clear_error();
+    Bio file(BIO_new_file(path.c_str(), "r"));
+    if (file == nullptr) throw Unusable("cannot open " + path + ": " + takeReason());
+    return file;
+}
+
+// What reading the file in that format alone fails with.
+std::string failureAs(int format, const std::string& path) {
+    const Bio file = openFile(path);
+    (void)Certificate(TARNSSL_load_X509_bio(file.get(), &format));
+    return takeReason();
+}
+
+// What ended the reading of a file, if it was not the file's end. PEM ends with an error of its
+// own.
+std::string takeDamage(int format, BIO* file) {
+    const unsigned long error = ERR_peek_last_error();
+    const bool ended = format == kPem ? ERR_GET_LIB(error) == ERR_LIB_PEM &&
+                                            ERR_GET_REASON(error) == PEM_R_NO_START_LINE
+                                      : BIO_eof(file) != 0 && error == 0;
+    const std::string reason = takeReason();
+    return ended ? "" : reason;
+}
+
+// `text` with every control character written out: what stands in a certificate is a stranger's.
+std::string printable(const std::string& text) {
+    std::string result;
+    for (const char c : text) {
+        const unsigned char byte = static_cast<unsigned char>(c);
+        if (std::iscntrl(byte) == 0) {
+            result += c;
+        } else {
+            char escaped[5];
+            (void)std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
+            result += escaped;
+        }
+    }
+    return result;
+}
+
+// What `print` writes into a BIO.
+template <class Print>
+std::string printed(Print print) {
+    const Bio bio(BIO_new(BIO_s_mem()));
+    print(bio.get());
+    char* data = nullptr;
+    const long size = BIO_get_mem_data(bio.get(), &data);
+    return printable(std::string(data, static_cast<std::size_t>(size)));
+}
+
+std::string textOf(X509_NAME* name) {
+    constexpr unsigned long readable =
+        XN_FLAG_ONELINE & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
+    return printed([=](BIO* bio) { X509_NAME_print_ex(bio, name, 0, readable); });
+}
+
+std::string textOf(const ASN1_TIME* time) {
+    return printed([=](BIO* bio) { ASN1_TIME_print(bio, time); });
+}
+
+}  // namespace
+
+const std::vector<Fact> kFacts = {
+    {"subject", "subject", subjectOf},
+    {"issuer", "issuer", issuerOf},
+    {"valid from", "not_before", validFrom},
+    {"valid until", "not_after", validUntil},
+    {"fingerprint", "fingerprint", fingerprintOf},
+    {"names", "subject_alt_names", alternativeNamesOf},
+    {"OCSP", "ocsp_url", ocspUrlOf},
+    {"CRL", "crl_url", crlUrlOf},
+};
+
+std::string takeReason() {
+    const unsigned long error = ERR_get_error();
+    ERR_clear_error();
+    if (ERR_GET_LIB(error) == ERR_LIB_SYS) return std::strerror(ERR_GET_REASON(error));
+    const char* const reason = ERR_reason_error_string(error);
+    return reason == nullptr ? "no reason given" : reason;
+}
+
+CertificateFile readCertificates(const std::string& path) {
+    const Bio file = openFile(path);
+    CertificateFile result{path, "", {}, ""};
+    int format = kUnknown;
+    while (X509* cert = TARNSSL_load_X509_bio(file.get(), &format)) {
+        result.certificates.emplace_back(cert);
+    }
+    if (result.certificates.empty()) {
+        throw Unusable("no certificate in " + path + ": as PEM: " + failureAs(kPem, path) +
+                       "; as DER: " + failureAs(kDer, path));
+    }
+    result.format = format == kPem ? "PEM" : "DER";
+    result.damage = takeDamage(format, file.get());
+    return result;
+}
+
+std::string subjectOf(X509* cert) { return textOf(X509_get_subject_name(cert)); }
+std::string issuerOf(X509* cert) { return textOf(X509_get_issuer_name(cert)); }
+std::string validFrom(X509* cert) { return textOf(X509_get_notBefore(cert)); }
+std::string validUntil(X509* cert) { return textOf(X509_get_notAfter(cert)); }
+
+std::string fingerprintOf(X509* cert) {
+    char text[103];
+    return TARNSSL_X509_to_fingerprint_str(cert, text, sizeof text) == 1 ? text : "";
+}
+
+std::string alternativeNamesOf(X509* cert) {
+    std::vector<char> text(1 << 16);
+    (void)TARNSSL_X509_get_SANs_str(cert, text.data(), static_cast<int>(text.size()));
+    return printable(text.data());
+}
+
+std::string ocspUrlOf(X509* cert) {
+    AUTHORITY_INFO_ACCESS* access = nullptr;
+    const ASN1_IA5STRING* const url = TARNSSL_get_ocsp_resp_url_from_aia(cert, &access);
+    if (url == nullptr) return "";
+    const std::string text = printed([=](BIO* bio) { ASN1_STRING_print_ex(bio, url, 0); });
+    sk_ACCESS_DESCRIPTION_pop_free(access, ACCESS_DESCRIPTION_free);
+    return text;
+}
+
+// OpenSSL's decoder puts a NUL behind every string, which ends this one.
+std::string crlUrlOf(X509* cert) {
+    const unsigned char* const url = TARNSSL_X509_get_first_crl_dp(cert);
+    return url == nullptr ? "" : printable(reinterpret_cast<const char*>(url));
+}
+
+}  // namespace tarnutil_command
