@@ -13,6 +13,7 @@
 #include <stdexcept>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include <tarnutil/Exception.h>
@@ -99,6 +100,9 @@ bool addAll() {
         row(depth, "boost::stacktrace",
             [] { return boost::stacktrace::to_string(boost::stacktrace::stacktrace()); });
         row(depth, "runtime_error", [] { return std::runtime_error(kMessage); });
+        row(depth, "runtime_error+boost::stacktrace", [] {
+            return std::make_pair(std::runtime_error(kMessage), boost::stacktrace::stacktrace());
+        });
     }
     tarnutil_bench::add("Exception/createMsg/31/tarnutil", [](benchmark::State& state) {
         for (auto _ : state) {

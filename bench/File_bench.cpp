@@ -92,18 +92,18 @@ void copyByFilesystem(const std::string& source, const std::string& destination)
 using Copy = void (*)(const std::string&, const std::string&);
 
 void copyRow(std::size_t size, const char* who, Copy copy) {
-    tarnutil_bench::add("File/copy/" + std::to_string(size) + "/" + who,
-                        [size, copy](benchmark::State& state) {
-                            const Original original(size);
-                            for (auto _ : state) copy(original.path(), original.copy());
-                            state.SetBytesProcessed(state.iterations() *
-                                                    static_cast<std::int64_t>(size));
-                        });
+    tarnutil_bench::add(
+        "File/copy/" + std::to_string(size) + "/" + who, [size, copy](benchmark::State& state) {
+            const Original original(size);
+            for (auto _ : state) copy(original.path(), original.copy());
+            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(size));
+        });
 }
 
 bool addAll() {
     addQueries();
-    for (const std::size_t size : {std::size_t{4096}, std::size_t{1} << 20, std::size_t{16} << 20}) {
+    for (const std::size_t size :
+         {std::size_t{4096}, std::size_t{1} << 20, std::size_t{16} << 20}) {
         copyRow(size, "tarnutil", File::copy);
         copyRow(size, "stream_loop", copyByHand);
         copyRow(size, "copy_file", copyByFilesystem);
