@@ -64,7 +64,7 @@ void row(std::size_t size, const std::string& who, void (*work)(std::vector<Idle
 }
 
 bool addAll() {
-    for (const std::size_t size : {1, 8, 64, 512}) {
+    for (const std::size_t size : {1U, 8U, 64U, 512U}) {
         row(size, "tarnutil", ours);
         row(size, "create_and_join", byHand);
         row(size, "std::thread", threads);

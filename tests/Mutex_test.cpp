@@ -182,18 +182,24 @@ TEST(MutexTest, IsBuiltInFourStepsWithTheKindItWasGiven) {
 // --- Locking
 // ---------------------------------------------------------------------------------------
 
+// Whether another thread could have the lock; gives it back.
+bool othersCanTake(Mutex& mutex) {
+    bool taken = false;
+    std::thread([&] {
+        taken = mutex.tryLock();
+        if (taken) mutex.unlock();
+    }).join();
+    return taken;
+}
+
 TEST(MutexTest, TryLockSaysWhetherItTookTheLock) {
     Mutex mutex(/*abort=*/true, Mutex::NORMAL);
     const bool taken = mutex.tryLock();
     EXPECT_TRUE(taken);
-    std::thread([&] { EXPECT_FALSE(mutex.tryLock()); }).join();
+    EXPECT_FALSE(othersCanTake(mutex));
     EXPECT_FALSE(mutex.tryLock());
     mutex.unlock();
-    std::thread([&] {
-        const bool free = mutex.tryLock();
-        EXPECT_TRUE(free);
-        if (free) mutex.unlock();
-    }).join();
+    EXPECT_TRUE(othersCanTake(mutex));
 }
 
 TEST(MutexTest, RecursiveMutexIsHeldAsOftenAsItWasLocked) {
@@ -201,13 +207,9 @@ TEST(MutexTest, RecursiveMutexIsHeldAsOftenAsItWasLocked) {
     mutex.lock();
     mutex.lock();
     mutex.unlock();
-    std::thread([&] { EXPECT_FALSE(mutex.tryLock()); }).join();
+    EXPECT_FALSE(othersCanTake(mutex));
     mutex.unlock();
-    std::thread([&] {
-        const bool free = mutex.tryLock();
-        EXPECT_TRUE(free);
-        if (free) mutex.unlock();
-    }).join();
+    EXPECT_TRUE(othersCanTake(mutex));
 }
 
 TEST(MutexTest, ErrorCheckingMutexReportsMisuse) {

@@ -70,7 +70,7 @@ void Mutex::unlock() {
     });
 }
 
-Mutex::LockHolder::LockHolder(Mutex& m) : locked(true), mutex(m) { mutex.lock(); }
+Mutex::LockHolder::LockHolder(Mutex& m) : mutex(m) { mutex.lock(); }
 
 Mutex::LockHolder::~LockHolder() {
     dropExceptions([this] { unlock(); });

@@ -44,11 +44,11 @@ Runnable::~Runnable() = default;
 // second, whose exchange finds that mark, frees the record. So exactly one of them does, however
 // close together they come.
 struct Thread::ThreadRecord {
-    enum Mark { none, detached, exited };
+    enum class Mark { none, detached, exited };
 
     explicit ThreadRecord(Thread& thread)
         : runnable(std::move(thread.runnable)),
-          mark(thread.detached ? detached : none),
+          mark(thread.detached ? Mark::detached : Mark::none),
           startup{thread.startupHandler, thread.startupArg},
           cleanup{thread.cleanupHandler, thread.cleanupArg} {}
     ~ThreadRecord() { runnable.reset(); }  // before the mutex
@@ -64,16 +64,7 @@ struct Thread::ThreadRecord {
 };
 
 Thread::Thread(std::unique_ptr<Runnable> work, bool startDetached)
-    : detached(startDetached),
-      started(false),
-      joined(false),
-      startupHandler(nullptr),
-      startupArg(nullptr),
-      cleanupHandler(nullptr),
-      cleanupArg(nullptr),
-      id(),
-      runnable(std::move(work)),
-      record(nullptr) {
+    : detached(startDetached), runnable(std::move(work)) {
     admitOnly<Exception>([this] {
         if (runnable == nullptr) throw Exception("runnable is null");
     });
@@ -121,7 +112,7 @@ bool Thread::getHasExited() {
         if (!started) throw Exception("Thread not started yet");
         if (joined) return true;
         const Mutex::LockHolder lock(record->mutex);
-        return record->mark == ThreadRecord::exited;
+        return record->mark == ThreadRecord::Mark::exited;
     });
 }
 
@@ -149,7 +140,8 @@ void Thread::detach() {
         record->passMutex();
         ThreadRecord* const left = std::exchange(record, nullptr);
         detached = true;
-        if (left->mark.exchange(ThreadRecord::detached) == ThreadRecord::exited) delete left;
+        if (left->mark.exchange(ThreadRecord::Mark::detached) == ThreadRecord::Mark::exited)
+            delete left;
     });
 }
 
@@ -160,7 +152,8 @@ void* Thread::threadStartup(void* argument) {
     shared->cleanup.call();
     shared->passMutex();
     Runnable* const result = shared->runnable.get();
-    if (shared->mark.exchange(ThreadRecord::exited) != ThreadRecord::detached) return result;
+    if (shared->mark.exchange(ThreadRecord::Mark::exited) != ThreadRecord::Mark::detached)
+        return result;
     delete shared;
     return nullptr;
 }

@@ -31,7 +31,7 @@ public:
                         void (*cleanup)(void*), void* cleanupArg);
 
     // What each thread runs: the entry function for pthread_create.
-    static void* runnableExecutorStartup(void* record);
+    static void* runnableExecutorStartup(void* argument);
 };
 
 }  // namespace tarnutil

@@ -85,7 +85,7 @@ public:
     void unlock() TARNUTIL_THREAD_SAFETY(release_capability());
 
 private:
-    bool locked;
+    bool locked = true;
     Mutex& mutex;
 };
 

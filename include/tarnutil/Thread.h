@@ -29,8 +29,9 @@ public:
 // runs goes on, and if it was neither joined nor detached, what it holds is never released.
 class TARNUTIL_API Thread {
 public:
-    // `detached` starts the thread as if detach() followed. "runnable is null".
-    Thread(std::unique_ptr<Runnable> runnable, bool detached);
+    // Takes `work` over. With `startDetached`, start() counts as followed by detach().
+    // "runnable is null".
+    Thread(std::unique_ptr<Runnable> work, bool startDetached);
 
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
@@ -63,7 +64,7 @@ public:
     void detach();
 
     // What the new thread runs: the entry function for pthread_create.
-    static void* threadStartup(void* record);
+    static void* threadStartup(void* argument);
 
 private:
     struct ThreadRecord;
@@ -71,15 +72,15 @@ private:
     int create(std::unique_ptr<ThreadRecord>& shared);
 
     bool detached;
-    bool started;
-    bool joined;
-    void (*startupHandler)(void*);
-    void* startupArg;
-    void (*cleanupHandler)(void*);
-    void* cleanupArg;
-    pthread_t id;
+    bool started = false;
+    bool joined = false;
+    void (*startupHandler)(void*) = nullptr;
+    void* startupArg = nullptr;
+    void (*cleanupHandler)(void*) = nullptr;
+    void* cleanupArg = nullptr;
+    pthread_t id = 0;
     std::unique_ptr<Runnable> runnable;  // until it is started
-    ThreadRecord* record;                // shared with the running thread
+    ThreadRecord* record = nullptr;      // shared with the running thread
 };
 
 }  // namespace tarnutil

@@ -77,7 +77,7 @@ Result failResult(int number) {
     extern "C" result tarnutil_test_##name parameters {                     \
         using namespace tarnutil_test;                                      \
         static std::atomic<void*> found{nullptr};                           \
-        Trail::Note(Call::name) arguments;                                  \
+        Trail::Note{Call::name} arguments;                                  \
         if (const std::optional<int> number = Fault::due(Call::name)) {     \
             return fail##fails<result>(*number);                            \
         }                                                                   \
