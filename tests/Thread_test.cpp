@@ -441,6 +441,21 @@ TEST(ThreadTest, ThreadThatEndedItselfHasNoRunnableToReturn) {
     EXPECT_EXIT(joinThreadThatLeft(), ExitedWithCode(0), "");
 }
 
+TEST(ThreadTest, CancelledThreadReturnsItsRunnable) {
+    Census census;
+    std::promise<pthread_t> self;
+    auto work = census.runnable([&] {
+        self.set_value(pthread_self());
+        for (;;) pause();
+    });
+    const Runnable* const original = work.get();
+    Thread thread(std::move(work), /*detached=*/false);
+    thread.start();
+    EXPECT_EQ(pthread_cancel(self.get_future().get()), 0);
+    const std::unique_ptr<Runnable> back(thread.join());
+    EXPECT_EQ(back.get(), original);
+}
+
 // --- Who destroys what
 // -----------------------------------------------------------------------------
 

@@ -54,7 +54,7 @@ public:
     // "Can not join with thread: thread not started.",
     // "Can not join with thread: thread already joined." or "Could not join with thread: ", the
     // last also for a detached thread and, with "no runnable object returned" for the system's
-    // text, for one that ended by pthread_exit or cancellation.
+    // text, for one that ended by pthread_exit(NULL).
     Runnable* join();
 
     // Leaves the thread and its runnable to themselves: the runnable is destroyed at the end of the
