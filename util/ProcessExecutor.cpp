@@ -1,10 +1,10 @@
 #include <tarnutil/ProcessExecutor.h>
 
-#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 
@@ -29,8 +29,7 @@ std::vector<const char*> argumentVector(const std::vector<std::string>& args) {
 
 }  // namespace
 
-ProcessExecutor::ProcessExecutor(const std::string& program)
-    : path(program), pid(-1), exitStatus(0) {}
+ProcessExecutor::ProcessExecutor(const std::string& program) : path(program) {}
 
 ProcessExecutor::~ProcessExecutor() {
     const Uncancelled whole;

@@ -1,8 +1,8 @@
 #include <tarnutil/TmpFile.h>
 
-#include <stdlib.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <utility>
 
 #include <tarnutil/Exception.h>
@@ -23,7 +23,7 @@ std::string nameTemplate() {
 
 }  // namespace
 
-TmpFile::TmpFile() noexcept : fd(-1) {}
+TmpFile::TmpFile() noexcept = default;
 
 TmpFile::~TmpFile() { clear(); }
 

@@ -66,8 +66,8 @@ private:
     void closePipes() noexcept;
 
     std::string path;
-    pid_t pid;  // -1 without a child
-    int exitStatus;
+    pid_t pid = -1;  // -1 without a child
+    int exitStatus = 0;
 
 public:
     // The child's streams. While it runs, the caller's ends are open: WRITE of stdinPipe, READ of

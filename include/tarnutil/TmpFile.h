@@ -48,7 +48,7 @@ public:
 
 private:
     std::string path;
-    int fd;
+    int fd = -1;
 };
 
 }  // namespace tarnutil
