@@ -37,19 +37,42 @@ TEST(AdmitOnlyDeathTest, EndsTheProcessForAnythingElse) {
     EXPECT_EXIT(admitOnly<Exception>([] { throw 1; }), testing::KilledBySignal(SIGABRT), "");
 }
 
-TEST(AdmitOnlyTest, LetsCancellationOfTheThreadThrough) {
+void cancelThisThread() {
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
+}
+
+// The result of a thread that does `work` and then ends with null.
+void* resultOfThread(void* (*work)(void*)) {
     pthread_t thread;
+    void* result = nullptr;
+    EXPECT_EQ(pthread_create(&thread, nullptr, work, nullptr), 0);
+    EXPECT_EQ(pthread_join(thread, &result), 0);
+    return result;
+}
+
+TEST(AdmitOnlyTest, LetsCancellationOfTheThreadThrough) {
     const auto cancelInside = [](void*) -> void* {
-        admitOnly<Exception>([] {
-            pthread_cancel(pthread_self());
-            pthread_testcancel();
-        });
+        admitOnly<Exception>(cancelThisThread);
         return nullptr;
     };
-    ASSERT_EQ(pthread_create(&thread, nullptr, cancelInside, nullptr), 0);
-    void* result = nullptr;
-    ASSERT_EQ(pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(resultOfThread(cancelInside), PTHREAD_CANCELED);
+}
+
+TEST(DropExceptionsTest, DropsWhateverIsThrown) {
+    dropExceptions([] { throw Exception("m"); });
+    dropExceptions([] { throw 1; });
+    bool ran = false;
+    dropExceptions([&] { ran = true; });
+    EXPECT_TRUE(ran);
+}
+
+TEST(DropExceptionsTest, LetsCancellationOfTheThreadThrough) {
+    const auto cancelInside = [](void*) -> void* {
+        dropExceptions(cancelThisThread);
+        return nullptr;
+    };
+    EXPECT_EQ(resultOfThread(cancelInside), PTHREAD_CANCELED);
 }
 
 struct BoundaryCase {
