@@ -145,7 +145,7 @@ namespace {
 // the interface.
 //
 // Quirk: three different failures share one reason; only the line tells them apart.
-// Pinned by CertQueueTest.
+// Pinned by ChainTest.FailuresBeforeTheFirstCertificateAreQueuedWithTheirLine.
 enum ChainFailure { kNoFileBio = 341, kCannotOpen = 346, kNoFirstCertificate = 352 };
 constexpr int kUseCertificateChainFile = 220;
 constexpr int kBufferLibrary = 7;  // ERR_R_BUF_LIB is another number from OpenSSL 3 on

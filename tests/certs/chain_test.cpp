@@ -173,7 +173,7 @@ TEST_F(ChainTest, AKeyThatDoesNotFitItsCertificateIsRefusedByTheContext) {
     EXPECT_TRUE(used == 0 || SSL_CTX_check_private_key(ctx.get()) == 0);
 }
 
-TEST_F(ChainTest, TheFilesOwnerIsNotAskedForTheIssuerWithoutALeaf) {
+TEST_F(ChainTest, WithoutALeafTheContextIsNotUsed) {
     const Fault fault(Call::SSL_CTX_new, 0);
     EXPECT_EQ(TARNSSL_cert_contain_issuer("/nonexistent/chain"), -1) << "the context is not used";
     EXPECT_TRUE(fault.hasFired());
