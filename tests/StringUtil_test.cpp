@@ -101,7 +101,7 @@ TEST(TrimRandomTest, RemovesOneByteAfterTheOther) {
     for (int i = 0; i < kRandomRounds; ++i) {
         const std::string alphabet = random.bytes(4) + "ab\0"s;
         const std::string chars = random.text(3, alphabet);
-        std::string text = random.text(20, alphabet);
+        std::string text = random.text(70, random.upTo(1) == 0 ? alphabet : chars + "a");
         std::string expected = text;
         const auto goes = [&](char c) { return std::count(chars.begin(), chars.end(), c) != 0; };
         while (!expected.empty() && goes(expected.front())) expected.erase(0, 1);
@@ -456,6 +456,15 @@ TEST(EscapeRandomTest, IsByteByByteWhatTheSetSays) {
     }
 }
 
+TEST(EscapeRandomTest, LongTextsAreEscapedToo) {
+    Random random;
+    for (int i = 0; i < 300; ++i) {
+        const std::string text = random.bytes(5000);
+        ASSERT_EQ(shellEscaped(text), modelEscaped(text, '\\', kShellMembers));
+        ASSERT_EQ(escaped(text, 'x', everyByte()), modelEscaped(text, 'x', everyByte()));
+    }
+}
+
 TEST(EscapeTest, AllocatesNothingWhereNothingIsEscaped) {
     tarnstring text(std::string(1000, 'x'));
     const char* const data = text.data();
@@ -697,6 +706,17 @@ TEST(MapTextRandomTest, ExactlyTheMapsWithoutSeparatorsComeBack) {
     }
     EXPECT_GT(kept, kRandomRounds / 10);
     EXPECT_LT(kept, kRandomRounds * 9 / 10);
+}
+
+TEST(MapTextRandomTest, LongKeysAndValuesAreWritten) {
+    Random random;
+    for (int i = 0; i < 300; ++i) {
+        Map map;
+        for (std::size_t entries = random.upTo(6); entries != 0; --entries) {
+            map[random.bytes(1500)] = random.bytes(i % 2 == 0 ? 10 : 3000);
+        }
+        ASSERT_EQ(StringUtil::toString(map), modelText(map));
+    }
 }
 
 TEST(MapTextRandomTest, LongTextsInAnyOrderAreReadToo) {

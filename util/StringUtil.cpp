@@ -1,12 +1,16 @@
 #include <tarnutil/StringUtil.h>
 
+#include <emmintrin.h>
+
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <memory>
 #include <string_view>
+#include <utility>
 
 #include <tarnutil/Exception.h>
 
@@ -20,24 +24,106 @@ using Bytes = std::vector<unsigned char>;
 using Strings = std::vector<std::string>;
 using Map = std::map<std::string, std::string>;
 
-// A set of byte values, made and asked in constant time.
+// Sixteen bytes at a time, with what every x86-64 processor has: the bytes at `at`, and one bit for
+// each byte of a comparison's result.
+constexpr std::size_t kBlock = sizeof(__m128i);
+
+__m128i load(const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
+
+unsigned maskOf(__m128i comparison) { return static_cast<unsigned>(_mm_movemask_epi8(comparison)); }
+
+// A set of byte values.
 class ByteSet {
 public:
-    constexpr explicit ByteSet(std::string_view members) : words{} {
-        for (const char member : members) insert(member);
+    constexpr explicit ByteSet(std::string_view bytes) : members{} {
+        for (const char byte : bytes) insert(byte);
     }
 
-    constexpr void insert(char member) { words[word(member)] |= bit(member); }
-    constexpr bool contains(char c) const { return (words[word(c)] & bit(c)) != 0; }
+    constexpr void insert(char c) { members[static_cast<unsigned char>(c)] = true; }
+    constexpr bool contains(char c) const { return members[static_cast<unsigned char>(c)]; }
 
 private:
-    static constexpr std::size_t word(char c) { return static_cast<unsigned char>(c) / 64; }
-    static constexpr std::uint64_t bit(char c) {
-        return std::uint64_t{1} << (static_cast<unsigned char>(c) % 64);
+    bool members[256];
+};
+
+// Builds a string from many small parts: they are collected in a buffer that costs no allocation
+// and stays in the processor's nearest cache.
+class Builder {
+public:
+    // Space for the next `length` bytes, which may be no more than kSpace.
+    char* space(std::size_t length) {
+        if (length > kSpace - used) flush();
+        return buffer + used;
     }
 
-    std::uint64_t words[4];
+    // That many bytes of the space are filled.
+    void filled(std::size_t length) { used += length; }
+
+    void append(std::string_view part) {
+        if (part.size() > kSpace) {
+            flush();
+            text.append(part);
+            return;
+        }
+        std::memcpy(space(part.size()), part.data(), part.size());
+        filled(part.size());
+    }
+
+    std::string take() {
+        flush();
+        return std::move(text);
+    }
+
+    static constexpr std::size_t kSpace = 1024;
+
+private:
+    void flush() {
+        text.append(buffer, used);
+        used = 0;
+    }
+
+    std::string text;
+    std::size_t used = 0;
+    char buffer[kSpace];
 };
+
+// One bit for each of the sixteen bytes at `at` that is in `chars`.
+unsigned membersAt(const char* at, std::string_view chars) {
+    const __m128i bytes = load(at);
+    __m128i members = _mm_setzero_si128();
+    for (const char c : chars) {
+        members = _mm_or_si128(members, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)));
+    }
+    return maskOf(members);
+}
+
+bool isMember(char c, std::string_view chars) { return chars.find(c) != std::string_view::npos; }
+
+constexpr unsigned kWholeBlock = 0xFFFF;
+
+// How many bytes in front of the first one that is not in `chars`.
+std::size_t leadingMembers(std::string_view text, std::string_view chars) {
+    std::size_t count = 0;
+    for (; text.size() - count >= kBlock; count += kBlock) {
+        const unsigned others = membersAt(text.data() + count, chars) ^ kWholeBlock;
+        if (others != 0) return count + static_cast<unsigned>(__builtin_ctz(others));
+    }
+    while (count < text.size() && isMember(text[count], chars)) ++count;
+    return count;
+}
+
+// How many bytes there are up to the last one that is not in `chars`.
+std::size_t lengthWithoutTrailingMembers(std::string_view text, std::string_view chars) {
+    std::size_t length = text.size();
+    for (; length >= kBlock; length -= kBlock) {
+        const unsigned others = membersAt(text.data() + length - kBlock, chars) ^ kWholeBlock;
+        if (others != 0) {
+            return length - kBlock + 32 - static_cast<unsigned>(__builtin_clz(others));
+        }
+    }
+    while (length > 0 && isMember(text[length - 1], chars)) --length;
+    return length;
+}
 
 constexpr char kEscapeChar = '\\';
 
@@ -56,25 +142,68 @@ constexpr ByteSet kShellSet(
 // EscapeTest.RegexSetIsExactlyThese.
 constexpr ByteSet kRegexSet(".^$*+?()[{\\|");
 
-// `text` becomes the same with `escapeChar` in front of each byte of `set`. Nothing is allocated if
-// there is none.
+// Puts `escapeChar` in front of each byte of `text` that is in `set`. Nothing is allocated if there
+// is none.
 void escapeMembers(std::string& text, char escapeChar, const ByteSet& set) {
-    std::size_t members = 0;
-    for (const char c : text) members += set.contains(c);
-    if (members == 0) return;
+    const auto isInSet = [&](char c) { return set.contains(c); };
+    if (std::none_of(text.begin(), text.end(), isInSet)) return;
 
-    std::string escaped(text.size() + members, '\0');
-    char* out = escaped.data();
-    for (const char c : text) {
-        *out = escapeChar;  // to be overwritten by a byte that needs none
-        out += set.contains(c);
-        *out++ = c;
+    Builder escaped;
+    std::string_view rest = text;
+    while (!rest.empty()) {
+        const std::string_view block = rest.substr(0, Builder::kSpace / 2);
+        char* const begin = escaped.space(2 * block.size());
+        char* out = begin;
+        for (const char c : block) {
+            *out = escapeChar;  // to be overwritten by a byte that needs none: no branch to predict
+            out += set.contains(c);
+            *out++ = c;
+        }
+        escaped.filled(static_cast<std::size_t>(out - begin));
+        rest.remove_prefix(block.size());
     }
-    text.swap(escaped);
+    text = escaped.take();
 }
 
 // White space of the "C" locale.
 constexpr ByteSet kWhitespace(" \t\n\v\f\r");
+
+// `c` as normalize keeps it.
+char normalized(char c) { return c == '\n' || c == '\t' ? ' ' : c; }
+
+// All ones for each byte that, as an unsigned number, is no more than `limit`.
+__m128i isAtMost(__m128i bytes, char limit) {
+    return _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(limit)), bytes);
+}
+
+// Normalises the sixteen bytes at `in` to `out`, which has room for as many; returns the end of
+// what was kept. `inRun` says whether the byte in front of them is white space, and then whether
+// their last one is.
+char* normalizeBlock(const char* in, char* out, bool& inRun) {
+    const __m128i bytes = load(in);
+    const __m128i blank = _mm_set1_epi8(' ');
+    const __m128i fromTab = _mm_sub_epi8(bytes, _mm_set1_epi8('\t'));
+    const __m128i toReplace = isAtMost(fromTab, '\n' - '\t');
+    const __m128i space =
+        _mm_or_si128(isAtMost(fromTab, '\r' - '\t'), _mm_cmpeq_epi8(bytes, blank));
+    const __m128i replaced =
+        _mm_or_si128(_mm_andnot_si128(toReplace, bytes), _mm_and_si128(toReplace, blank));
+
+    const unsigned spaces = maskOf(space);
+    const unsigned dropped = spaces & (spaces << 1 | unsigned{inRun});
+    inRun = (spaces & 0x8000) != 0;
+    if (dropped == 0) {
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), replaced);
+        return out + kBlock;
+    }
+    char block[kBlock];
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(block), replaced);
+    for (unsigned i = 0; i < kBlock; ++i) {
+        *out = block[i];  // to be overwritten if it is to be dropped: no branch to predict
+        out += (~dropped >> i) & 1;
+    }
+    return out;
+}
 
 constexpr auto kNoLimit = std::numeric_limits<std::size_t>::max();
 
@@ -83,13 +212,38 @@ constexpr auto kNoLimit = std::numeric_limits<std::size_t>::max();
 template <class Visit>
 void forEachPiece(std::string_view text, char separator, std::size_t limit, Visit visit) {
     std::size_t start = 0;
-    for (; limit != 0; --limit) {
-        const std::size_t found = text.find(separator, start);
-        if (found == std::string_view::npos) break;
+    const auto visitUpTo = [&](std::size_t found) {
         visit(text.substr(start, found - start));
         start = found + 1;
+        --limit;
+    };
+    const __m128i wanted = _mm_set1_epi8(separator);
+    std::size_t at = 0;
+    for (; limit != 0 && text.size() - at >= kBlock; at += kBlock) {
+        unsigned found = maskOf(_mm_cmpeq_epi8(load(text.data() + at), wanted));
+        for (; found != 0 && limit != 0; found &= found - 1) {
+            visitUpTo(at + static_cast<unsigned>(__builtin_ctz(found)));
+        }
+    }
+    for (; limit != 0 && at < text.size(); ++at) {
+        if (text[at] == separator) visitUpTo(at);
     }
     visit(text.substr(start));
+}
+
+// How many bytes of `text` are `wanted`. Counted in bytes, block by block, which the compiler makes
+// sixteen counts at a time.
+std::size_t countOf(char wanted, std::string_view text) {
+    constexpr std::size_t kCountable = 240;
+    std::size_t total = 0;
+    while (!text.empty()) {
+        const std::string_view block = text.substr(0, kCountable);
+        unsigned char count = 0;
+        for (const char c : block) count = static_cast<unsigned char>(count + (c == wanted));
+        total += count;
+        text.remove_prefix(block.size());
+    }
+    return total;
 }
 
 // Makes room for `more` elements. Room at least doubles, so that many calls that each add a few
@@ -103,13 +257,14 @@ void reserveMore(Strings& out, std::size_t more) {
 // reached before the first piece is never met. Pinned by SplitTest.AppendsThePieces.
 void splitText(std::string_view text, char separator, Strings& out, unsigned max) {
     const std::size_t limit = max > out.size() ? max - out.size() : kNoLimit;
-    const auto separators =
-        static_cast<std::size_t>(std::count(text.begin(), text.end(), separator));
-    reserveMore(out, std::min(separators, limit) + 1);
+    reserveMore(out, std::min(countOf(separator, text), limit) + 1);
     forEachPiece(text, separator, limit, [&](std::string_view piece) { out.emplace_back(piece); });
 }
 
-constexpr char kHexDigits[] = "0123456789abcdef";
+// Arithmetic instead of a table: the compiler makes it sixteen digits at a time.
+char hexDigit(unsigned char value) {
+    return static_cast<char>(value + '0' + (value > 9 ? 'a' - '9' - 1 : 0));
+}
 
 // More than the text of any address needs.
 constexpr std::uint32_t kIpTextSize = 256;
@@ -117,21 +272,23 @@ constexpr std::uint32_t kIpTextSize = 256;
 }  // namespace
 
 std::string& StringUtil::trim(std::string& s, const std::string& chars) {
-    const ByteSet set(chars);
-    const auto stays = [&](char c) { return !set.contains(c); };
-    s.erase(std::find_if(s.rbegin(), s.rend(), stays).base(), s.end());
-    s.erase(s.begin(), std::find_if(s.begin(), s.end(), stays));
+    const std::size_t length = lengthWithoutTrailingMembers(s, chars);
+    const std::size_t leading = leadingMembers({s.data(), length}, chars);
+    if (leading != 0) std::memmove(s.data(), s.data() + leading, length - leading);
+    s.resize(length - leading);
     return s;
 }
 
-char StringUtil::toHexChar(unsigned char value) { return value < 16 ? kHexDigits[value] : '0'; }
+char StringUtil::toHexChar(unsigned char value) { return value < 16 ? hexDigit(value) : '0'; }
 
 std::string StringUtil::toHexString(const Bytes& bytes) {
-    std::string text(2 * bytes.size(), '\0');
-    char* out = text.data();
-    for (const unsigned char byte : bytes) {
-        *out++ = kHexDigits[byte >> 4];
-        *out++ = kHexDigits[byte & 0xF];
+    const std::size_t size = bytes.size();
+    std::string text(2 * size, '\0');
+    const unsigned char* const in = bytes.data();
+    char* const out = text.data();
+    for (std::size_t i = 0; i < size; ++i) {
+        out[2 * i] = hexDigit(static_cast<unsigned char>(in[i] >> 4));
+        out[2 * i + 1] = hexDigit(in[i] & 0xF);
     }
     return text;
 }
@@ -140,9 +297,13 @@ std::string StringUtil::normalize(const std::string& text) {
     std::string kept(text.size(), '\0');
     char* out = kept.data();
     bool inRun = false;
-    for (const char c : text) {
-        const bool space = kWhitespace.contains(c);
-        *out = c == '\n' || c == '\t' ? ' ' : c;
+    std::size_t at = 0;
+    for (; text.size() - at >= kBlock; at += kBlock) {
+        out = normalizeBlock(text.data() + at, out, inRun);
+    }
+    for (; at < text.size(); ++at) {
+        const bool space = kWhitespace.contains(text[at]);
+        *out = normalized(text[at]);
         out += !(space && inRun);
         inRun = space;
     }
@@ -175,12 +336,16 @@ std::string StringUtil::fromString(const std::string& text) {
 
 template <>
 std::string StringUtil::toString(const Map& value) {
-    std::string text;
+    Builder text;
+    const char* gap = "";
     for (const auto& [key, entry] : value) {
-        if (!text.empty()) text += ' ';
-        text.append(key).append(1, '=').append(entry);
+        text.append(gap);
+        text.append(key);
+        text.append("=");
+        text.append(entry);
+        gap = " ";
     }
-    return text;
+    return text.take();
 }
 
 // Quirk: an empty word is an entry too, and so is the empty text. Pinned by
