@@ -4,6 +4,8 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <utility>
@@ -20,6 +22,21 @@ benchmark::internal::Benchmark* add(const std::string& name, Function&& function
         added->Iterations(std::atol(iterations));
     }
     return added;
+}
+
+// As `add`, for a function that is called once for each iteration and returns what it made, so that
+// nothing of it is optimised away. `bytes`, if not 0, is how much each call works on.
+template <class Work>
+benchmark::internal::Benchmark* addWork(const std::string& name, std::size_t bytes, Work work) {
+    return add(name, [work, bytes](benchmark::State& state) mutable {
+        for (auto _ : state) {
+            auto result = work();
+            benchmark::DoNotOptimize(result);
+        }
+        if (bytes != 0) {
+            state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes));
+        }
+    });
 }
 
 }  // namespace tarnutil_bench
