@@ -28,6 +28,8 @@ void addBitmapCommand(CLI::App& app);
 void addCertCommand(CLI::App& app);
 void addCiphersCommand(CLI::App& app);
 void addDigestCommand(CLI::App& app);
+void addEscapeCommand(CLI::App& app);
+void addIpCommand(CLI::App& app);
 void addRunCommand(CLI::App& app);
 void addTokenCommand(CLI::App& app);
 

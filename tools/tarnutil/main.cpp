@@ -57,6 +57,8 @@ int main(int argc, char** argv) {
     addCertCommand(app);
     addCiphersCommand(app);
     addDigestCommand(app);
+    addEscapeCommand(app);
+    addIpCommand(app);
     addRunCommand(app);
     addTokenCommand(app);
     return run(app, withTrace, argc, argv);
