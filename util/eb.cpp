@@ -108,7 +108,7 @@ void clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
         i = rec->min;
     }
     words[i / kWordBits] &= ~bit_in_word(i);
-    // What moved up from the words as the new minimum may be the maximum as well: nothing is below it.
+    // A new minimum, moved up from the words, may be the maximum as well: nothing is below it.
     if (i == rec->max && i != rec->min) rec->max = last_before(rec, words, i);
 }
 
