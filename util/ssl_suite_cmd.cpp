@@ -1,9 +1,9 @@
 #include <tarnutil/ssl_suite.h>
 
-#include <ctype.h>
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -287,7 +287,7 @@ struct Command {
 
 char separated_and_lowered(char c) {
     if (c == ' ' || c == ',' || c == ':' || c == ';') return '\0';
-    return static_cast<char>(tolower(static_cast<unsigned char>(c)));
+    return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
 }
 
 bool Command::apply(const char* text, std::size_t length) {

@@ -162,7 +162,8 @@ typedef struct ssl_suite_ctx {
 } ssl_suite_ctx_t;
 
 /* Clears `ctx` and fills its list with the whole catalogue in table order, nothing enabled.
- * The list points into `ctx`: a context that was copied or moved is to be filled anew. */
+ * The list points into `ctx`: a context that was copied or moved is to be filled, or linked, anew.
+ */
 static inline void ssl_suite_ctx_init(ssl_suite_ctx_t* ctx) {
     static const ssl_suite_ctx_t cleared = {{{0, 0, 0, 0, 0}}, 0, 0, 0, 0, 0, 0, 0, 0};
     unsigned i;

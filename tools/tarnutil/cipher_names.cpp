@@ -98,8 +98,8 @@ constexpr IanaName kIanaNames[] = {
 };
 
 std::string ianaName(unsigned id) {
-    const auto row = std::find_if(std::begin(kIanaNames), std::end(kIanaNames),
-                                  [&](const IanaName& name) { return name.id == id; });
+    const auto* const row = std::find_if(std::begin(kIanaNames), std::end(kIanaNames),
+                                         [&](const IanaName& name) { return name.id == id; });
     return row == std::end(kIanaNames) ? "" : row->name;
 }
 

@@ -3,13 +3,14 @@
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
+#include <string_view>
 
 #include "cipher_words.h"
 
 namespace tarnutil_command {
 namespace {
 
-constexpr const char* kSeparators = " ,:;";
+constexpr std::string_view kSeparators(" ,:;\0", 5);  // a zero byte separates as well
 constexpr std::size_t kLongestText = 1023;
 
 struct Piece {
@@ -17,12 +18,11 @@ struct Piece {
     std::size_t behind;      // its separator too
 };
 
-// The tokens of `text`, in turn. One separator may end it; a zero byte separates as well.
+// The tokens of `text`, in turn. One separator may end it.
 std::vector<Piece> tokensOf(const std::string& text) {
-    const std::string separators(kSeparators, 5);
     std::vector<Piece> tokens;
     for (std::size_t begin = 0; begin < text.size();) {
-        const std::size_t end = std::min(text.find_first_of(separators, begin), text.size());
+        const std::size_t end = std::min(text.find_first_of(kSeparators, begin), text.size());
         tokens.push_back({begin, end, std::min(end + 1, text.size())});
         begin = end + 1;
     }

@@ -30,7 +30,9 @@ constexpr const char* kKeywords[] = {
 // How many letters must be put in, left out, changed or swapped with their neighbour to make `b` of
 // `a`.
 std::size_t distance(const std::string& a, const std::string& b) {
-    std::vector<std::size_t> before, last(b.size() + 1), row(b.size() + 1);
+    std::vector<std::size_t> before;
+    std::vector<std::size_t> last(b.size() + 1);
+    std::vector<std::size_t> row(b.size() + 1);
     for (std::size_t j = 0; j <= b.size(); ++j) last[j] = j;
     for (std::size_t i = 1; i <= a.size(); ++i) {
         row[0] = i;
@@ -55,7 +57,7 @@ bool beginsWith(const std::string& word, const std::string& term) {
 std::vector<std::string> allWords() {
     std::vector<std::string> words(std::begin(kKeywords), std::end(kKeywords));
     for (const ssl_suite_t& suite : ssl_suite) {
-        if (words.back() != suite.name) words.push_back(suite.name);
+        if (words.back() != suite.name) words.emplace_back(suite.name);
     }
     return words;
 }

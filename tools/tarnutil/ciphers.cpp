@@ -187,7 +187,7 @@ std::string printable(std::string text) {
 
 std::string hint(const UnknownTerm& unknown) {
     if (unknown.term.empty()) {
-        return "separators and \"+\" stand alone: \"aes,rc4\", not \"aes, rc4\"";
+        return R"(separators and "+" stand alone: "aes,rc4", not "aes, rc4")";
     }
     const std::vector<std::string> near = nearestCipherWords(unknown.term);
     if (near.empty()) return "tarnutil ciphers --words lists every word";
