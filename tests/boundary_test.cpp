@@ -5,12 +5,23 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 
+#include <cerrno>
 #include <stdexcept>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include <tarnutil/Condition.h>
+#include <tarnutil/CryptoUtil.h>
 #include <tarnutil/Exception.h>
+#include <tarnutil/Executor.h>
 #include <tarnutil/File.h>
+#include <tarnutil/Mutex.h>
+#include <tarnutil/Pipe.h>
+#include <tarnutil/ProcessExecutor.h>
 #include <tarnutil/StringUtil.h>
+#include <tarnutil/Thread.h>
+#include <tarnutil/TmpFile.h>
 
 #include "fault.h"
 
@@ -83,7 +94,26 @@ struct BoundaryCase {
 // Each allocates on its own while an allocation fails.
 const std::string kLongPath(200, 'x');
 
+// Made before memory runs out: what a batch takes by value is the caller's to allocate.
+std::vector<Runnable*> prepared_batch(1);
+
+void signalInVain() {
+    Condition condition(/*abort=*/false);
+    const Fault fault(Call::pthread_cond_signal, EINVAL);
+    condition.signal();
+}
+
 const BoundaryCase kBoundaryCases[] = {
+    {"Mutex::unlock", [] { Mutex(/*abortOnError=*/false, Mutex::ERRORCHECK).unlock(); }},
+    {"Condition::signal", signalInVain},
+    {"Thread", [] { const Thread thread(nullptr, /*detached=*/false); }},
+    {"Executor::execute",
+     [] { Executor::execute(std::move(prepared_batch), nullptr, nullptr, nullptr, nullptr); }},
+    {"CryptoUtil::base64Encode", [] { (void)CryptoUtil::base64Encode({}); }},
+    {"CryptoUtil::computeSha1Digest", [] { (void)CryptoUtil::computeSha1Digest(kLongPath); }},
+    {"TmpFile::create", [] { TmpFile().create(/*directory=*/true); }},
+    {"Pipe::substitute", [] { Pipe().substitute(-1, Pipe::READ); }},
+    {"ProcessExecutor::exec", [] { ProcessExecutor("").exec(std::vector<std::string>()); }},
     {"File::removeFile", [] { File::removeFile(kLongPath); }},
     {"File::getFileSize", [] { (void)File::getFileSize(kLongPath); }},
     {"File::getAllocatedFileSize", [] { (void)File::getAllocatedFileSize(kLongPath); }},

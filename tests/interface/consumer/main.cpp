@@ -1,7 +1,9 @@
 // Catches every exception class of the library by its own type, across the library's boundary, in a
 // program whose own symbols are hidden. Exits with the number of the first class that was missed.
+#include <tarnutil/CryptoUtil.h>
 #include <tarnutil/Exception.h>
 #include <tarnutil/File.h>
+#include <tarnutil/Pipe.h>
 #include <tarnutil/version.h>
 
 #include <string>
@@ -21,8 +23,8 @@ bool catches(void (*thrower)(), const std::string& kind) {
 }
 
 void throwTraceable() { throw TraceableException(); }
-void throwException() { throw tarnutil::Exception("m"); }
-void throwErrno() { throw tarnutil::ErrnoException("m", 2); }
+void throwException() { tarnutil::CryptoUtil::computeSha1Digest("/no/such/file"); }
+void throwErrno() { tarnutil::Pipe().substitute(-1, tarnutil::Pipe::READ); }
 void throwIo() { tarnutil::File::removeFile("/no/such/file"); }
 
 }  // namespace
