@@ -37,8 +37,7 @@ constexpr int kPaddingSize = RSA_PKCS1_PADDING_SIZE;  // what each block of a to
 
 constexpr char kTooShort[] = "Not enough data in authentication token.";
 
-// ---- base64
-// --------------------------------------------------------------------------------------
+// ---- base64 ----
 
 BioPtr allocated(BIO* bio, const char* messageIfNull) {
     BioPtr owner(bio);
@@ -92,8 +91,20 @@ void drain(BIO* source, BIO* sink) {
     if (count == -1) throw Exception("Could not read from BIO.");
 }
 
-// ---- digests
-// -------------------------------------------------------------------------------------
+Bytes decoded(const std::string& text) {
+    const BioPtr filter = base64Filter();
+    const BioPtr source = allocated(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())),
+                                    "Could not allocate input memory buffer BIO.");
+    BIO* const chain = BIO_push(filter.get(), source.get());
+    const BioPtr sink = memorySink();
+    reserve(sink.get(), text.size() / 4 * 3);
+    drain(chain, sink.get());
+    const BUF_MEM* const content = contentOf(sink.get());
+    const auto* const data = reinterpret_cast<const unsigned char*>(content->data);
+    return Bytes(data, data + content->length);
+}
+
+// ---- digests ----
 
 struct Sha1 {
     using Context = SHA_CTX;
@@ -148,8 +159,7 @@ Bytes digestOfFile(const std::string& path) {
     return digest;
 }
 
-// ---- tokens
-// --------------------------------------------------------------------------------------
+// ---- tokens ----
 
 Bytes plaintextOf(const std::string& user, const Attributes& attributes, long timestamp) {
     Bytes plaintext;
@@ -251,19 +261,10 @@ std::string CryptoUtil::base64Encode(const std::vector<unsigned char>& data) {
     });
 }
 
+// The text comes by value because callers link against that signature.
+// NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::vector<unsigned char> CryptoUtil::base64Decode(std::string text) {
-    return admitOnly<Exception>([&] {
-        const BioPtr filter = base64Filter();
-        const BioPtr source = allocated(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())),
-                                        "Could not allocate input memory buffer BIO.");
-        BIO* const chain = BIO_push(filter.get(), source.get());
-        const BioPtr sink = memorySink();
-        reserve(sink.get(), text.size() / 4 * 3);
-        drain(chain, sink.get());
-        const BUF_MEM* const content = contentOf(sink.get());
-        const auto* const data = reinterpret_cast<const unsigned char*>(content->data);
-        return Bytes(data, data + content->length);
-    });
+    return admitOnly<Exception>([&] { return decoded(text); });
 }
 
 std::vector<unsigned char> CryptoUtil::computeSha1Digest(std::vector<unsigned char>& data) {
@@ -347,7 +348,7 @@ void CryptoUtil::decryptAuthToken(const std::string& token, std::string& user,
                                   std::map<std::string, std::string>& attributes, long& timestamp,
                                   rsa_st* key) {
     admitOnly<Exception>([&] {
-        Bytes plaintext = decrypt(base64Decode(token), key);
+        Bytes plaintext = decrypt(decoded(token), key);
         if (plaintext.size() < kShortestPlaintext) throw Exception(kTooShort);
         checkFinalDigest(plaintext);
         unsigned char* cursor = plaintext.data();

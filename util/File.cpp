@@ -202,7 +202,7 @@ bool File::remove(const std::string& path, bool recursive) {
     for (const std::string& name : names) {
         if (!remove(path + "/" + name, /*recursive=*/true)) return false;
     }
-    return remove(path, /*recursive=*/false);
+    return std::remove(path.c_str()) == 0;
 }
 
 FileCloser::FileCloser(std::FILE* file) noexcept : stream(file) {}

@@ -39,8 +39,7 @@ uint32_t leaf_of(uint32_t offset) { return offset >> kLeafShift; }
 uint32_t bit_of(uint32_t offset) { return offset & kBitMask; }
 uint64_t first_of_top(uint32_t t) { return uint64_t{t} << kTopShift; }
 
-// -- bit records
-// ------------------------------------------------------------------------------------
+// ---- bit records ----
 
 uint64_t bit_in_word(uint32_t i) { return uint64_t{1} << (i % kWordBits); }
 uint32_t lowest_bit(uint64_t word) { return static_cast<uint32_t>(__builtin_ctzll(word)); }
@@ -140,8 +139,7 @@ void release1_array(const eb_t* eb, eb_l1_t* records, uint32_t count) {
     for (uint32_t j = 0; j < count; ++j) records[j].words = nullptr;
 }
 
-// -- one top
-// ----------------------------------------------------------------------------------------
+// ---- one top ----
 
 bool is_empty(const eb_top_t* top) { return top->min == kNoOffset; }
 
@@ -209,8 +207,7 @@ void top_reset(eb_top_t* top) {
     std::memset(top->leaves[0].words, 0, kLeavesPerTop * kLeafWords * sizeof(uint64_t));
 }
 
-// -- the summary of tops
-// ----------------------------------------------------------------------------
+// ---- the summary of tops ----
 
 uint32_t top_count(const eb_t* eb) { return 1U << eb->top_shift; }
 uint32_t aux_count(const eb_t* eb) { return 1U << (eb->top_shift - kAuxShift); }
@@ -269,8 +266,7 @@ void top_aux_clear(eb_t* eb, uint32_t t) {
     if (t == eb->max_top) eb->max_top = last_top_upto(eb, t >> kAuxShift);
 }
 
-// -- the handle
-// -------------------------------------------------------------------------------------
+// ---- the handle ----
 
 bool is_empty(const eb_t* eb) { return eb->min == kNoPosition; }
 
