@@ -6,6 +6,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <cstdlib>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -97,6 +98,13 @@ const std::string kLongPath(200, 'x');
 // Made before memory runs out: what a batch takes by value is the caller's to allocate.
 std::vector<Runnable*> prepared_batch(1);
 
+const std::vector<unsigned char> kBytes(100, 'x');
+
+void createBelowALongPath() {
+    setenv("TMPDIR", kLongPath.c_str(), /*overwrite=*/1);
+    TmpFile().create(/*directory=*/true);
+}
+
 void signalInVain() {
     Condition condition(/*abort=*/false);
     const Fault fault(Call::pthread_cond_signal, EINVAL);
@@ -109,9 +117,9 @@ const BoundaryCase kBoundaryCases[] = {
     {"Thread", [] { const Thread thread(nullptr, /*detached=*/false); }},
     {"Executor::execute",
      [] { Executor::execute(std::move(prepared_batch), nullptr, nullptr, nullptr, nullptr); }},
-    {"CryptoUtil::base64Encode", [] { (void)CryptoUtil::base64Encode({}); }},
+    {"CryptoUtil::base64Encode", [] { (void)CryptoUtil::base64Encode(kBytes); }},
     {"CryptoUtil::computeSha1Digest", [] { (void)CryptoUtil::computeSha1Digest(kLongPath); }},
-    {"TmpFile::create", [] { TmpFile().create(/*directory=*/true); }},
+    {"TmpFile::create", createBelowALongPath},
     {"Pipe::substitute", [] { Pipe().substitute(-1, Pipe::READ); }},
     {"ProcessExecutor::exec", [] { ProcessExecutor("").exec(std::vector<std::string>()); }},
     {"File::removeFile", [] { File::removeFile(kLongPath); }},

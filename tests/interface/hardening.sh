@@ -8,7 +8,7 @@ failed=0
 
 promise() {
     local what=$1 command=$2 pattern=$3
-    $command | grep -q -- "$pattern" || { echo "no $what: '$pattern' is not in $command"; failed=1; }
+    grep -q -- "$pattern" <<<"$($command)" || { echo "no $what: '$pattern' is not in $command"; failed=1; }
 }
 dynamic="readelf --wide --dynamic $library"
 segments="readelf --wide --segments $library"
@@ -22,8 +22,8 @@ promise 'fortified calls' "$imports" '_chk@'
 promise 'shadow stack' "$notes" SHSTK
 promise 'soname' "$dynamic" 'libtarnutil\.so\.1\]'
 
-if $segments | grep GNU_STACK | grep -q RWE; then echo 'the stack is executable'; failed=1; fi
-if $dynamic | grep -q TEXTREL; then echo 'relocations in code'; failed=1; fi
+if grep -q 'GNU_STACK.*RWE' <<<"$($segments)"; then echo 'the stack is executable'; failed=1; fi
+if grep -q TEXTREL <<<"$($dynamic)"; then echo 'relocations in code'; failed=1; fi
 
 # The object cannot declare indirect branch tracking while the C runtime's own start code lacks its
 # marks; every function of ours that can be called from outside carries one.
