@@ -6,8 +6,7 @@ namespace tarnutil {
 
 std::unique_ptr<char, Free> demangled(const char* mangled) {
     int status = -1;
-    return std::unique_ptr<char, Free>(
-        abi::__cxa_demangle(mangled, nullptr, nullptr, &status));
+    return std::unique_ptr<char, Free>(abi::__cxa_demangle(mangled, nullptr, nullptr, &status));
 }
 
 std::optional<TraceLine> parseTraceLine(std::string_view line) {
