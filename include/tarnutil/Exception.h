@@ -39,6 +39,7 @@ namespace tarnutil {
 // A failure described by a message.
 class TARNUTIL_API Exception : public TraceableException {
 public:
+    // Its message is `msg`.
     Exception(const std::string& msg);
     ~Exception() noexcept override;
     Exception(const Exception&) = default;
@@ -64,6 +65,7 @@ public:
     ErrnoException(const ErrnoException&) = default;
     ErrnoException& operator=(const ErrnoException&) = default;
 
+    // The `errnum` that it was built with, or the errno that stood for -1.
     int getErrorNumber() const { return errorNumber; }
 
     // `msg` + ": errno " + `errnum` in decimal + ": " + the system's text for it.
@@ -76,6 +78,7 @@ private:
 // The failure of a file operation.
 class TARNUTIL_API IOException : public Exception {
 public:
+    // Its message is `msg`.
     IOException(const std::string& msg) : Exception(msg) {}
     ~IOException() noexcept override;
     IOException(const IOException&) = default;

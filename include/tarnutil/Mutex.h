@@ -13,6 +13,7 @@
 
 #include <tarnutil/export.h>
 
+// An attribute of clang's thread-safety analysis; nothing for other compilers.
 #ifdef __clang__
 #define TARNUTIL_THREAD_SAFETY(attribute) __attribute__((attribute))
 #else

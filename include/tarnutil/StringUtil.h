@@ -91,11 +91,14 @@ TARNUTIL_API std::map<std::string, std::string> StringUtil::fromString(const std
 class TARNUTIL_API tarnstring : public std::string {
 public:
     tarnstring() = default;
+
+    // As the constructors of std::string with these arguments.
     explicit tarnstring(const char* text) : std::string(text) {}
     explicit tarnstring(const std::string& text) : std::string(text) {}
     explicit tarnstring(std::string&& text) : std::string(std::move(text)) {}
     tarnstring(const char* text, std::size_t length) : std::string(text, length) {}
     tarnstring(std::size_t count, char c) : std::string(count, c) {}
+
     using std::string::operator=;
 
     // Puts `escapeChar` in front of each byte that is in `set`, and of each `escapeChar`.

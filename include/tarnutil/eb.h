@@ -45,14 +45,16 @@ typedef struct eb_top {
 /* A handle. */
 typedef struct eb {
     uint32_t top_shift; /* the range is 2^(top_shift + 19) positions in 2^top_shift tops */
-    eb_top_t* tops;
-    eb_l1_t* top_aux; /* 256 bits each: the tops that hold anything, `min_top` left out */
-    uint64_t min;     /* smallest member, in no top; all-ones when the set is empty */
-    uint64_t max;     /* largest member; 0 when the set is empty */
-    uint32_t min_top; /* smallest top that holds anything; 0xFFFFFFFF when none does */
-    uint32_t max_top; /* largest such top; 0 when there is none, or 0xFFFFFFFF once a position of
-                         the empty top 0 has been cleared meanwhile */
-    void* ctx;        /* what `alloc` and `free` get as their first argument */
+    eb_top_t* tops;     /* 2^top_shift of them */
+    eb_l1_t* top_aux;   /* 256 bits each: the tops that hold anything, `min_top` left out */
+    uint64_t min;       /* smallest member, in no top; all-ones when the set is empty */
+    uint64_t max;       /* largest member; 0 when the set is empty */
+    uint32_t min_top;   /* smallest top that holds anything; 0xFFFFFFFF when none does */
+    uint32_t max_top;   /* largest such top; 0 when there is none, or 0xFFFFFFFF once a position of
+                           the empty top 0 has been cleared meanwhile */
+    void* ctx;          /* what `alloc` and `free` get as their first argument */
+
+    /* The memory functions that eb_init was given. */
     void* (*alloc)(void* ctx, size_t size);
     void (*free)(void* ctx, void* ptr);
 } eb_t;
@@ -107,8 +109,8 @@ TARNUTIL_API void eb_clear_top(eb_t* eb, uint64_t pos);
  *   base - 1                    if `pos` is the largest of the top (all-ones for base 0);
  *   base + b                    if the leaf is empty, where b is the bit of the member that follows
  *                               within its own leaf: the offset of that leaf is left out;
- *   base + l * 1024 - 1         if `pos` is not below the largest of the leaf (base + 0xFFFFFFFF
- * for leaf 0);
+ *   base + l * 1024 - 1         if `pos` is not below the largest of the leaf; for leaf 0 that is
+ *                               base + 0xFFFFFFFF;
  *
  * and otherwise:
  *

@@ -20,7 +20,7 @@ extern "C" {
 /* An IPv6 address in network byte order. The IPv4 address a.b.c.d is held as ::ffff:a.b.c.d, and
  * every such record counts as IPv4, however it came about. */
 typedef struct ip_addr {
-    uint8_t bytes[16];
+    uint8_t bytes[16]; /* the most significant first */
 } ip_addr_t;
 
 /* Prints `*addr` into `buf` of `len` bytes: IPv4 as a dotted quad, anything else as IPv6. 46 bytes

@@ -151,14 +151,14 @@ enum {
  * hand from a part of the catalogue; each record stands in at most one entry. */
 typedef struct ssl_suite_ctx {
     ssl_suite_entry_t entries[SSL_SUITE_COUNT]; /* the caller's; the library never touches it */
-    ssl_suite_entry_t* first;
-    ssl_suite_entry_t** last;           /* the forward link of the last entry, or &first */
-    const char* default_string;         /* what "default" stands for, or NULL */
-    const char* common_criteria_string; /* what "common_criteria" stands for, or NULL */
-    const char* fips_string;            /* what "fips" stands for, or NULL */
-    const char* report;                 /* set and not "": unknown terms go to the callback */
-    uint16_t terms;                     /* working field */
-    uint8_t flags;                      /* SSL_SUITE_CTX_... */
+    ssl_suite_entry_t* first;                   /* NULL if the list is empty */
+    ssl_suite_entry_t** last;                   /* the forward link of the last entry, or &first */
+    const char* default_string;                 /* what "default" stands for, or NULL */
+    const char* common_criteria_string;         /* what "common_criteria" stands for, or NULL */
+    const char* fips_string;                    /* what "fips" stands for, or NULL */
+    const char* report; /* set and not "": unknown terms go to the callback */
+    uint16_t terms;     /* working field */
+    uint8_t flags;      /* SSL_SUITE_CTX_... */
 } ssl_suite_ctx_t;
 
 /* Clears `ctx` and fills its list with the whole catalogue in table order, nothing enabled.
@@ -187,8 +187,7 @@ typedef int (*ssl_suite_report_fn)(void* arg, ssl_suite_ctx_t* ctx, const char* 
  * `text` is `length` bytes, of which at most the first 1023 count; it need not be terminated.
  * Tokens are separated by exactly one space, comma, colon or semicolon (or zero byte); one
  * separator may end the text. In any letter case, a token is a keyword or suite name, or several
- * joined by
- * "+" that a suite must match all together, behind an optional operator:
+ * joined by "+" that a suite must match all together, behind an optional operator:
  *
  *     aes     enables the suites selected and moves those it enabled to the end of the list
  *     +aes    moves the enabled ones to the end

@@ -2,6 +2,7 @@
 #ifndef TARNUTIL_VERSION_H
 #define TARNUTIL_VERSION_H
 
+/* The version as numbers, major.minor.patch, and as text. */
 #define TARNUTIL_VERSION_MAJOR 1
 #define TARNUTIL_VERSION_MINOR 0
 #define TARNUTIL_VERSION_PATCH 0
