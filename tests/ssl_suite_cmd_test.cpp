@@ -3,13 +3,19 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
+#include <climits>
+#include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <numeric>
 #include <optional>
 #include <random>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -19,6 +25,7 @@
 using namespace tarnutil_test;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 #define TARNUTIL_TEST_OWN_ALLOCATOR
@@ -32,7 +39,7 @@ using testing::IsEmpty;
 
 // This program's allocation functions, in front of libc's: they count.
 namespace {
-unsigned long allocations = 0;
+std::atomic<unsigned long> allocations{0};
 }
 
 extern "C" {
@@ -57,6 +64,29 @@ void* realloc(void* block, size_t size) noexcept {
 #endif
 
 namespace {
+
+// The layout that programs are compiled against.
+static_assert(SSL_SUITE_ENTRY_ENABLED == 1 && SSL_SUITE_ENTRY_DRAFT_DTLS == 2);
+static_assert(SSL_SUITE_CTX_FIPS_RSA == 1 && SSL_SUITE_CTX_FIPS_ECDSA == 2);
+static_assert(SSL_SUITE_CTX_GMSSL == 4 && SSL_SUITE_CTX_GMSSL_ALT == 8);
+
+static_assert(offsetof(ssl_suite_entry_t, next) == 0);
+static_assert(offsetof(ssl_suite_entry_t, prev) == 8);
+static_assert(offsetof(ssl_suite_entry_t, suite) == 16);
+static_assert(offsetof(ssl_suite_entry_t, matches) == 18);
+static_assert(offsetof(ssl_suite_entry_t, flags) == 20);
+static_assert(sizeof(ssl_suite_entry_t) == 24);
+
+static_assert(offsetof(ssl_suite_ctx_t, entries) == 0);
+static_assert(offsetof(ssl_suite_ctx_t, first) == 4200);
+static_assert(offsetof(ssl_suite_ctx_t, last) == 4208);
+static_assert(offsetof(ssl_suite_ctx_t, default_string) == 4216);
+static_assert(offsetof(ssl_suite_ctx_t, common_criteria_string) == 4224);
+static_assert(offsetof(ssl_suite_ctx_t, fips_string) == 4232);
+static_assert(offsetof(ssl_suite_ctx_t, report) == 4240);
+static_assert(offsetof(ssl_suite_ctx_t, terms) == 4248);
+static_assert(offsetof(ssl_suite_ctx_t, flags) == 4250);
+static_assert(sizeof(ssl_suite_ctx_t) == 4256);
 
 using Indices = std::vector<unsigned>;
 
@@ -304,6 +334,12 @@ const CommandCase kCommandCases[] = {
     {"nor does minus",                           {9, 0, 163},         "aes:-all",         {163, 0, 9},         {}},
     {"nor does exclamation",                     {9, 0, 163},         "aes:!all",         {163},               {}},
     {"nor an intersection",                      {143, 9, 153},       "all+rc4",          {9, 153, 143},       {143}},
+    {"all drops an export suite enabled before", {153, 9},           "exp:all",          {9, 153},            {9}},
+    {"and an SSL 3 suite enabled by its name",   {22, 23},           "aes128-sha:all",   {23, 22},            {23}},
+    {"plus before native expands nothing",       {143, 9, 163},      "aes:+native",      {143, 163, 9},       {9}},
+    {"nor does minus before native",             {9, 0, 163},        "aes:-native",      {163, 0, 9},         {}},
+    {"nor does exclamation before native",       {9, 0, 163},        "aes:!native",      {163},               {}},
+    {"nor an intersection with native",          {143, 9, 153},      "native+rc4",       {9, 153, 143},       {143}},
     {"all and null never meet",                  {163, 9},            "all+null",         {163, 9},            {}},
     // clang-format on
 };
@@ -325,6 +361,50 @@ TEST(SslSuiteRemovalTest, ARemovedEntryKeepsItsFlagsAndLosesItsLinks) {
     EXPECT_EQ(selection->entries[1].flags, SSL_SUITE_ENTRY_ENABLED);
     EXPECT_EQ(selection->entries[1].next, nullptr);
     EXPECT_EQ(selection->entries[1].prev, nullptr);
+}
+
+// ---- The caller's storage ----
+
+struct StorageStep {
+    const char* text;
+    Indices order;
+    Indices offer;
+};
+
+const StorageStep kStorageSteps[] = {
+    // clang-format off
+    {"draftdtls:aes:rc4:+aes", {143, 9}, {143, 9}},
+    {"@speed",                 {9, 143}, {9, 143}},
+    {"-aes",                   {143, 9}, {143}},
+    {"@strength",              {9, 143}, {143}},
+    {"all",                    {9, 143}, {9}},
+    {"rc4:-aes",               {143, 9}, {143}},
+    {"@fips",                  {9, 143}, {143}},
+    {"default",                {143, 9}, {143, 9}},
+    {"!rc4",                   {9},      {9}},
+    // clang-format on
+};
+
+TEST(SslSuiteStorageTest, EntriesElsewhereAreLinkedAndTheArrayIsLeftAlone) {
+    Selection selection({9, 143});
+    ssl_suite_entry_t elsewhere[2] = {};
+    elsewhere[0] = {&elsewhere[1], &selection->first, 9, 0, 0};
+    elsewhere[1] = {nullptr, &elsewhere[0].next, 143, 0, 0};
+    selection->first = &elsewhere[0];
+    selection->last = &elsewhere[1].next;
+    selection->default_string = "aes";
+    unsigned char untouched[sizeof selection->entries];
+    std::memset(untouched, 0xA5, sizeof untouched);
+    std::memcpy(static_cast<void*>(selection->entries), untouched, sizeof untouched);
+    for (const StorageStep& step : kStorageSteps) {
+        EXPECT_EQ(selection.apply(step.text), 1);
+        EXPECT_EQ(selection.order(), step.order) << step.text;
+        EXPECT_EQ(selection.offer(), step.offer) << step.text;
+        EXPECT_TRUE(selection.isLinked()) << step.text;
+        EXPECT_EQ(std::memcmp(selection->entries, untouched, sizeof untouched), 0) << step.text;
+    }
+    EXPECT_EQ(selection->first, &elsewhere[0]);
+    for (const ModelItem& item : selection.list()) EXPECT_TRUE(item.draft);
 }
 
 // ---- Expansions ----
@@ -355,7 +435,8 @@ TEST(SslSuiteExpansionTest, AllKeepsSsl3OnceItWasAskedFor) {
 
 TEST(SslSuiteExpansionTest, Ssl3AskedForLaterOrElsewhereDoesNotCount) {
     Selection later;
-    EXPECT_EQ(later.apply("all:-sslv3"), 1);
+    EXPECT_EQ(later.apply("all:+sslv3"), 1);
+    EXPECT_THAT(later.offer(), Not(IsEmpty()));
     Selection inner;
     inner->default_string = "sslv3";
     EXPECT_EQ(inner.apply("default:all"), 1);
@@ -378,6 +459,15 @@ TEST(SslSuiteExpansionTest, WithoutExpandAllIsJustAKeyword) {
     Selection selection;
     EXPECT_EQ(selection.apply("all", /*expand=*/false), 1);
     EXPECT_EQ(selection.offer(), selectedBy("all"));
+}
+
+TEST(SslSuiteExpansionTest, AnyExpandButZeroExpands) {
+    for (const std::uint8_t expand : {std::uint8_t{1}, std::uint8_t{2}, std::uint8_t{0x80}}) {
+        Selection selection({9, 143, 0});
+        selection->default_string = "aes-gcm";
+        EXPECT_EQ(ssl_suite_cmd(selection.get(), "default:all", 11, expand, nullptr, nullptr), 1);
+        EXPECT_THAT(selection.offer(), ElementsAre(0, 9)) << int{expand};
+    }
 }
 
 struct StringCase {
@@ -585,6 +675,16 @@ TEST(SslSuiteFailureTest, NeedsNoCallback) {
     EXPECT_EQ(ssl_suite_cmd(selection.get(), "nonsense", 8, 1, nullptr, nullptr), 0);
 }
 
+TEST(SslSuiteFailureTest, WhatTheCallbackReturnsIsIgnored) {
+    for (int result : {0, 1, -1}) {
+        const auto callback = [](void* arg, ssl_suite_ctx_t*, const char*) {
+            return *static_cast<int*>(arg);
+        };
+        Selection selection;
+        EXPECT_EQ(ssl_suite_cmd(selection.get(), "nonsense", 8, 1, callback, &result), 0) << result;
+    }
+}
+
 TEST(SslSuiteTextTest, OnlyTheBytesOfItsLengthCount) {
     Selection selection({9, 143});
     EXPECT_EQ(ssl_suite_cmd(selection.get(), "aes:rc4", 3, 1, nullptr, nullptr), 1);
@@ -610,9 +710,30 @@ TEST(SslSuiteTextTest, IsCutAt1023Bytes) {
     Selection inTheMiddle({9, 143});
     EXPECT_EQ(inTheMiddle.apply(front + "3des"), 0);
     EXPECT_THAT(inTheMiddle.reported, ElementsAre("3de"));
-    Selection separatorLast({9, 143});
-    EXPECT_EQ(separatorLast.apply(front + "rc:::::"), 0);
-    EXPECT_THAT(separatorLast.reported, ElementsAre("rc"));
+}
+
+// Four separators fail a text; the cut leaves the first of them, which may end one.
+TEST(SslSuiteTextTest, CanBeCutBehindASeparator) {
+    std::string text;
+    for (int i = 0; i < 203; ++i) text += "none:";
+    text += "rc4+md5::::";
+    ASSERT_EQ(text.find("::"), 1022u);
+    Selection selection({9, 147});
+    EXPECT_EQ(selection.apply(text), 1);
+    EXPECT_THAT(selection.offer(), ElementsAre(147));
+    EXPECT_EQ(selection.apply(text.substr(5)), 0);
+}
+
+TEST(SslSuiteTextTest, NoByteBeyondTheCutIsReadWhateverTheLength) {
+    const std::string text = longText() + "rc4";
+    const std::vector<char> bytes(text.begin(), text.end());
+    ASSERT_EQ(bytes.size(), 1023u);
+    for (const unsigned length : {1023u, UINT_MAX}) {
+        Selection selection({9, 143, 0});
+        EXPECT_EQ(ssl_suite_cmd(selection.get(), bytes.data(), length, 1, nullptr, nullptr), 1);
+        EXPECT_THAT(selection.order(), ElementsAre(9, 0, 143)) << length;
+        EXPECT_THAT(selection.offer(), ElementsAre(143)) << length;
+    }
 }
 
 TEST(SslSuiteTextTest, CanHoldAsManyTermsAsBytesAllow) {
@@ -859,6 +980,28 @@ TEST(SslSuiteModelTest, LongRandomTextsDoWhatTheModelDoes) {
     }
 }
 
+// ---- Threads ----
+
+Indices offerOfDefault() {
+    Selection selection;
+    selection->default_string = "all:-export:-sslv3:@speed";
+    EXPECT_EQ(selection.apply("default:!rc4:@strength"), 1);
+    return selection.offer();
+}
+
+TEST(SslSuiteThreadTest, TwoThreadsSelectInContextsOfTheirOwn) {
+    const Indices expected = offerOfDefault();
+    ASSERT_THAT(expected, Not(IsEmpty()));
+    int wrong[2] = {};
+    const auto select = [&](int& mine) {
+        for (int i = 0; i < 1000; ++i) mine += offerOfDefault() != expected;
+    };
+    std::thread first(select, std::ref(wrong[0])), second(select, std::ref(wrong[1]));
+    first.join();
+    second.join();
+    EXPECT_THAT(wrong, ElementsAre(0, 0));
+}
+
 // ---- Allocation ----
 
 #ifndef TARNUTIL_TEST_OWN_ALLOCATOR
@@ -882,6 +1025,22 @@ TEST(SslSuiteAllocationTest, NoCommandAllocates) {
         (void)ssl_suite_cmd(
             selection.get(), text.data(), static_cast<unsigned>(text.size()), 1,
             [](void*, ssl_suite_ctx_t*, const char*) { return 0; }, nullptr);
+    }
+    EXPECT_EQ(allocations, before);
+}
+
+TEST(SslSuiteAllocationTest, NamingFindingAndPrintingASuiteAllocateNothing) {
+    char row[SSL_SUITE_ROW_SIZE];
+    const unsigned long before = allocations;
+    for (unsigned i = 0; i < SSL_SUITE_COUNT; ++i) {
+        (void)ssl_cipher_suite(row, sizeof row, &ssl_suite[i]);
+        (void)ssl_cipher_suite_from_id(ssl_suite[i].id);
+    }
+    for (unsigned code = 0; code < 20; ++code) {
+        for (const auto name :
+             {ssl_protocol_name, ssl_cipher_name, ssl_mac_name, ssl_keyxchg_name}) {
+            (void)name(code);
+        }
     }
     EXPECT_EQ(allocations, before);
 }

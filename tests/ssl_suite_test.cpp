@@ -8,6 +8,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "ssl_suite_listing.h"
@@ -15,6 +16,14 @@
 using namespace tarnutil_test;
 
 namespace {
+
+static_assert(std::is_same_v<decltype(ssl_suite), const ssl_suite_t[175]>,
+              "programs count on the size and see no way to write");
+
+// The codes that no record stores, so that no byte of the table holds them in place.
+static_assert(SSL_PROTOCOL_NONE == 0 && SSL_PROTOCOL_SSL2 == 1);
+static_assert(SSL_MAC_SHA512 == 6);
+static_assert(SSL_KEYXCHG_DH_RSA == 2);
 
 std::string storedBytes(const ssl_suite_t& suite) {
     unsigned char stored[sizeof suite];
@@ -140,31 +149,37 @@ const CodeNames kCodeNames[] = {
      "?"},
     {"ciphers",
      ssl_cipher_name,
-     {{0, "NULL"},
-      {1, "AES"},
-      {2, "AES-GCM"},
-      {3, "DES"},
-      {5, "RC4"},
-      {6, "CAMELLIA"},
-      {7, "CHACHA20-POLY1305"},
-      {8, "SM4"}},
+     {{SSL_CIPHER_NULL, "NULL"},
+      {SSL_CIPHER_AES, "AES"},
+      {SSL_CIPHER_AES_GCM, "AES-GCM"},
+      {SSL_CIPHER_DES, "DES"},
+      {SSL_CIPHER_RC4, "RC4"},
+      {SSL_CIPHER_CAMELLIA, "CAMELLIA"},
+      {SSL_CIPHER_CHACHA20_POLY1305, "CHACHA20-POLY1305"},
+      {SSL_CIPHER_SM4, "SM4"}},
      "?"},
     {"MACs",
      ssl_mac_name,
-     {{0, "NULL"}, {1, "MD5"}, {2, "SHA"}, {4, "SHA256"}, {5, "SHA384"}, {6, "SHA512"}, {7, "SM3"}},
+     {{SSL_MAC_NULL, "NULL"},
+      {SSL_MAC_MD5, "MD5"},
+      {SSL_MAC_SHA, "SHA"},
+      {SSL_MAC_SHA256, "SHA256"},
+      {SSL_MAC_SHA384, "SHA384"},
+      {SSL_MAC_SHA512, "SHA512"},
+      {SSL_MAC_SM3, "SM3"}},
      "?"},
     {"key exchanges",
      ssl_keyxchg_name,
-     {{1, "ADH"},
-      {2, "DH/RSA"},
-      {3, "EDH/RSA"},
-      {4, "RSA"},
-      {5, "ECDH_ECDSA"},
-      {6, "ECDHE_ECDSA"},
-      {7, "ECDH_RSA"},
-      {8, "ECDHE_RSA"},
-      {9, "DHE/DSS"},
-      {10, "SM2"}},
+     {{SSL_KEYXCHG_ADH, "ADH"},
+      {SSL_KEYXCHG_DH_RSA, "DH/RSA"},
+      {SSL_KEYXCHG_EDH_RSA, "EDH/RSA"},
+      {SSL_KEYXCHG_RSA, "RSA"},
+      {SSL_KEYXCHG_ECDH_ECDSA, "ECDH_ECDSA"},
+      {SSL_KEYXCHG_ECDHE_ECDSA, "ECDHE_ECDSA"},
+      {SSL_KEYXCHG_ECDH_RSA, "ECDH_RSA"},
+      {SSL_KEYXCHG_ECDHE_RSA, "ECDHE_RSA"},
+      {SSL_KEYXCHG_DHE_DSS, "DHE/DSS"},
+      {SSL_KEYXCHG_SM2, "SM2"}},
      "*"},
 };
 
