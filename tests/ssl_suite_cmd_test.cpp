@@ -594,9 +594,11 @@ TEST(SslSuiteGmsslTest, ItsWordsAreUnknownUnlessTheContextAdmitsThem) {
 }
 
 TEST(SslSuiteGmsslTest, OtherKeywordsReachItsSuiteInAnyContext) {
-    Selection selection;
-    EXPECT_EQ(selection.apply("medium"), 1);
-    EXPECT_EQ(selection.offer().back(), 174u);
+    for (const char* keyword : {"medium", "all", "native"}) {
+        Selection selection;
+        EXPECT_EQ(selection.apply(keyword), 1);
+        EXPECT_EQ(selection.offer().back(), 174u) << keyword;
+    }
 }
 
 // ---- Texts ----

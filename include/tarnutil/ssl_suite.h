@@ -140,10 +140,10 @@ typedef struct ssl_suite_entry {
 
 /* What a context admits, in its `flags`. */
 enum {
-    SSL_SUITE_CTX_FIPS_RSA = 1,   /* "@fips" counts suites with an RSA-based key exchange */
-    SSL_SUITE_CTX_FIPS_ECDSA = 2, /* "@fips" counts suites with an ECDSA key exchange */
+    SSL_SUITE_CTX_FIPS_RSA = 1,   /* "@fips" counts DH_RSA, EDH_RSA, RSA, ECDH_RSA, ECDHE_RSA */
+    SSL_SUITE_CTX_FIPS_ECDSA = 2, /* "@fips" counts ECDH_ECDSA and ECDHE_ECDSA */
     SSL_SUITE_CTX_GMSSL = 4,      /* either admits the GMSSL suite by name, and the keywords */
-    SSL_SUITE_CTX_GMSSL_ALT = 8   /* gmsslv1_1, sm2, sm3 and sm4 */
+    SSL_SUITE_CTX_GMSSL_ALT = 8   /* gmsslv1_1, sm2, sm3 and sm4: else unknown terms */
 };
 
 /* A selection: a list of candidate suites, of which the enabled ones, in list order, are the offer
@@ -184,10 +184,11 @@ typedef int (*ssl_suite_report_fn)(void* arg, ssl_suite_ctx_t* ctx, const char* 
 
 /* Applies a cipher string such as "default:!rc4:@strength" to the list of `ctx`.
  *
- * `text` is `length` bytes, of which at most the first 1023 count; it need not be terminated.
- * Tokens are separated by exactly one space, comma, colon or semicolon (or zero byte); one
- * separator may end the text. In any letter case, a token is a keyword or suite name, or several
- * joined by "+" that a suite must match all together, behind an optional operator:
+ * `text` is `length` bytes, of which at most the first 1023 count; it need not be terminated, and
+ * may be NULL if `length` is 0. Tokens are separated by exactly one space, comma, colon or
+ * semicolon (or zero byte); one separator may end the text. In any letter case (by the process's
+ * LC_CTYPE), a token is a keyword or suite name, or several joined by "+" that a suite must match
+ * all together, behind an optional operator:
  *
  *     aes     enables the suites selected and moves those it enabled to the end of the list
  *     +aes    moves the enabled ones to the end
@@ -205,18 +206,28 @@ typedef int (*ssl_suite_report_fn)(void* arg, ssl_suite_ctx_t* ctx, const char* 
  *     @speed @strength @fips            sort the list, as the functions below
  *     rfcdtls draftdtls                 clear and set SSL_SUITE_ENTRY_DRAFT_DTLS everywhere
  *
- * Only "null" selects suites of the NULL cipher. "none" selects nothing. "all" and "native" select
- * everything else.
+ * Of the keywords, only "null" selects suites of the NULL cipher; their names, like "null-md5", do
+ * as well. "none" selects nothing. "all" and "native" select everything else. "dhe" is "edh", "sha"
+ * is "sha1", "ecdhe" is ECDHE_RSA alone. "des" leaves out triple DES, "aes" leaves out AES-GCM.
+ * "low" is 64 bits, "medium" 128 and 168, "high" 256. Keywords that are not GMSSL's own, like "all"
+ * and "medium", reach the GMSSL suite in any context. Those that sort or mark drafts act at once,
+ * whatever their operator, and an intersection with one selects nothing. The guide to cipher
+ * strings tells what each keyword selects.
  *
  * With `expand` not 0, "default", "common_criteria" and "fips" apply the context's string of that
- * name, and nothing more: their own operator has no effect. "all" and "native", alone and without
- * operator, leave out the export suites, and the SSL 3 ones unless "sslv3" came earlier in `text`.
- * In the applied strings nothing expands further.
+ * name, cut at 1023 bytes too, and nothing more: their own operator has no effect, and terms joined
+ * to them select nothing. Where the string is NULL or `expand` 0, they are unknown terms.
  *
- * Returns 1, or 0 at the first unknown term; an empty token counts as one. The tokens in front of
- * it have then acted on the list: apply a foreign text to a scratch context first. The term goes to
- * `callback`, unless that is NULL or `ctx->report` is NULL or "". An empty text changes nothing and
- * returns 1. */
+ * With `expand` not 0, "all" and "native", alone and without operator, then disable the export
+ * suites and move them to the end, those that earlier tokens enabled too; and likewise the SSL 3
+ * suites, unless "sslv3" came earlier in `text`: with any operator or in an intersection, but not
+ * in an applied string. In the applied strings nothing expands further.
+ *
+ * Returns 1, or 0 at the first unknown term, in `text` or in an applied string; an empty token
+ * counts as one. The tokens in front of it have then acted on the list: apply a foreign text to a
+ * scratch context first. The term goes to `callback`, once, unless that is NULL or `ctx->report` is
+ * NULL or "". A text whose first byte is zero counts as empty, whatever follows: an empty text
+ * changes nothing and returns 1. */
 TARNUTIL_API int ssl_suite_cmd(ssl_suite_ctx_t* ctx, const char* text, unsigned length,
                                unsigned char expand, ssl_suite_report_fn callback,
                                void* callback_arg);
