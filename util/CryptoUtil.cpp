@@ -101,7 +101,7 @@ Bytes decoded(const std::string& text) {
     drain(chain, sink.get());
     const BUF_MEM* const content = contentOf(sink.get());
     const auto* const data = reinterpret_cast<const unsigned char*>(content->data);
-    return Bytes(data, data + content->length);
+    return {data, data + content->length};
 }
 
 // ---- digests ----

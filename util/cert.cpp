@@ -80,7 +80,7 @@ static int tarnssl_pw_cb(char* buf, int size, int /*rwflag*/, void* password) {
     if (password == nullptr) return 0;
     const char* const text = static_cast<const char*>(password);
     const std::size_t length = std::min(static_cast<std::size_t>(size), std::strlen(text));
-    std::memcpy(buf, text, length);
+    std::copy_n(text, length, buf);  // no terminating zero
     return static_cast<int>(length);
 }
 
@@ -284,7 +284,7 @@ int TARNSSL_X509_to_fingerprint_str(X509* cert, char* buffer, size_t size) {
 
     static const char prefix[] = {'S', 'H', 'A', '2', '5', '6', '/'};
     static const char digits[] = "0123456789ABCDEF";
-    char text[sizeof prefix + 3 * EVP_MAX_MD_SIZE];
+    char text[sizeof prefix + sizeof digest * 3];
     char* end = std::copy(std::begin(prefix), std::end(prefix), text);
     for (unsigned i = 0; i < length; ++i) {
         *end++ = digits[digest[i] >> 4];

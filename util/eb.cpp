@@ -151,7 +151,7 @@ void make_empty(eb_top_t* top) {
 // The words of the leaves follow each other: those of a leaf are found without waiting for its
 // record.
 uint64_t* words_of_leaf(const eb_top_t* top, uint32_t leaf) {
-    return top->leaves[0].words + leaf * kLeafWords;
+    return top->leaves[0].words + std::size_t{leaf} * kLeafWords;
 }
 
 // The smallest and the largest offset in the leaves, which are not empty.
@@ -204,7 +204,7 @@ void top_reset(eb_top_t* top) {
     make_empty(&top->summary);
     std::memset(top->summary.words, 0, kSummaryWords * sizeof(uint64_t));
     for (eb_l1_t& leaf : top->leaves) make_empty(&leaf);
-    std::memset(top->leaves[0].words, 0, kLeavesPerTop * kLeafWords * sizeof(uint64_t));
+    std::memset(top->leaves[0].words, 0, sizeof(uint64_t) * kLeavesPerTop * kLeafWords);
 }
 
 // ---- the summary of tops ----

@@ -27,7 +27,7 @@ struct Options {
 // OpenSSL's decoder drops what it cannot read without a word. That nothing was dropped shows when
 // the bytes are encoded again.
 std::vector<unsigned char> decoded(const std::string& text) {
-    const std::vector<unsigned char> data = CryptoUtil::base64Decode(text);
+    std::vector<unsigned char> data = CryptoUtil::base64Decode(text);
     if (CryptoUtil::base64Encode(data) != text) {
         throw Refused("The text is not one line of base64.");
     }

@@ -48,7 +48,7 @@ std::string takeDamage(int format, BIO* file) {
 std::string printable(const std::string& text) {
     std::string result;
     for (const char c : text) {
-        const unsigned char byte = static_cast<unsigned char>(c);
+        const auto byte = static_cast<unsigned char>(c);
         if (std::iscntrl(byte) == 0) {
             result += c;
         } else {
@@ -137,7 +137,7 @@ std::string ocspUrlOf(X509* cert) {
     AUTHORITY_INFO_ACCESS* access = nullptr;
     const ASN1_IA5STRING* const url = TARNSSL_get_ocsp_resp_url_from_aia(cert, &access);
     if (url == nullptr) return "";
-    const std::string text = printed([=](BIO* bio) { ASN1_STRING_print_ex(bio, url, 0); });
+    std::string text = printed([=](BIO* bio) { ASN1_STRING_print_ex(bio, url, 0); });
     sk_ACCESS_DESCRIPTION_pop_free(access, ACCESS_DESCRIPTION_free);
     return text;
 }

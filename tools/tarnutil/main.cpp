@@ -1,4 +1,5 @@
 // tarnutil: the library at the shell.
+#include <exception>
 #include <iostream>
 
 #include <tarnutil/Exception.h>
@@ -35,17 +36,14 @@ int run(CLI::App& app, const bool& withTrace, int argc, char** argv) {
         std::cerr << "tarnutil: " << e.what() << '\n';
         if (withTrace) printTrace(e);
         return kRefused;
+    } catch (const std::exception& e) {
+        std::cerr << "tarnutil: " << e.what() << '\n';
+        return kUnusable;
     }
 }
 
-}  // namespace
-}  // namespace tarnutil_command
-
-int main(int argc, char** argv) {
-    using namespace tarnutil_command;
-
-    CLI::App app("libtarnutil at the shell", "tarnutil");
-    bool withTrace = false;
+// All that the command can do.
+void addCommands(CLI::App& app, bool& withTrace) {
     app.set_version_flag("--version", "tarnutil " TARNUTIL_VERSION);
     app.add_flag("--trace", withTrace,
                  "With an exception's message, print its class and stack trace");
@@ -61,5 +59,18 @@ int main(int argc, char** argv) {
     addIpCommand(app);
     addRunCommand(app);
     addTokenCommand(app);
+}
+
+}  // namespace
+}  // namespace tarnutil_command
+
+// What CLI11 may throw while the command is put together is a mistake in it, and may end it.
+// NOLINTNEXTLINE(bugprone-exception-escape)
+int main(int argc, char** argv) {
+    using namespace tarnutil_command;
+
+    CLI::App app("libtarnutil at the shell", "tarnutil");
+    bool withTrace = false;
+    addCommands(app, withTrace);
     return run(app, withTrace, argc, argv);
 }
