@@ -3,6 +3,7 @@
 - The first comment is about the file.
 - A comment is about every declaration of the paragraph that it begins, up to a blank line; a
   destructor takes it only where it comes first.
+- A comment with a blank line behind it is a title, and text about all that follows.
 - A comment behind a declaration is about that one, and part of it here.
 - An include guard, a deleted, a defaulted and an explicitly specialised member say nothing: what
   they do stands elsewhere.
@@ -46,8 +47,8 @@ def declaration_at(lines, at):
 
 
 def parts(path):
-    """Yields the header piece by piece: ("file", comment), ("line", text) for what needs no comment,
-    and ("declaration", text, comment or None)."""
+    """Yields the header piece by piece: ("file", comment), ("section", comment), ("line", text) for
+    what needs no comment, and ("declaration", text, comment or None)."""
     with open(path, encoding="utf-8") as file:
         lines = file.read().splitlines()
     about, at = comment_at(lines, 0)
@@ -59,6 +60,9 @@ def parts(path):
             about, at = comment_at(lines, at)
             is_first = True
         elif PLAIN.match(stripped):
+            if is_first and not stripped:
+                yield "section", about
+                is_first = False
             about = about if stripped else None
             yield "line", lines[at]
             at += 1
