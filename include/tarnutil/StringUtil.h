@@ -2,7 +2,7 @@
 // and IP addresses.
 //
 // Strings are bytes: no encoding is assumed, zero bytes are bytes like others, and white space is
-// what isspace() knows in the "C" locale.
+// what isspace() knows in the "C" locale, except where a comment says otherwise.
 //
 // Errors:  stringToIp and ipToString throw tarnutil::Exception and nothing else: a failed
 //          allocation in them ends the process. All others fail only for want of memory, with the
@@ -39,7 +39,8 @@ public:
     // becomes a space (a carriage return, vertical tab or form feed stays). Neither end is trimmed.
     static std::string normalize(const std::string& text);
 
-    // Whether isspace() holds for both bytes, each taken as a signed char.
+    // Whether isspace(), in the current locale of the process, holds for both bytes, each taken as
+    // a signed char.
     static bool bothWhitespace(char a, char b);
 
     // Appends the pieces between separators to `out`, which is not cleared first. Neighbouring
@@ -104,8 +105,10 @@ public:
     // Puts `escapeChar` in front of each byte that is in `set`, and of each `escapeChar`.
     void escape(char escapeChar, std::string set);
 
-    // Puts a backslash in front of each byte that a shell would not take for itself, except line
-    // feed, tab and carriage return: quoting for display, not a security boundary.
+    // Puts a backslash in front of each of these 28 bytes: the space, 0x14, 0x0E and
+    //     " ' ` \ < > | ; ( ) [ ] { } ? # $ ^ & * = , : ! ~
+    // Line feed, tab and carriage return are not among them: quoting for display, not a security
+    // boundary.
     void shell_escape();
 
     // Puts a backslash in front of each of . ^ $ * + ? ( ) [ { \ | but not of the closing ] and }:

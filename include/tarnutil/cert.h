@@ -33,8 +33,8 @@ extern "C" {
  *
  * Finding out tries PEM; if that fails it clears the error queue, rewinds the BIO to its beginning
  * and tries DER. So a failure leaves the DER reader's errors, and PEM that is damaged is reported
- * as bad DER. A read in a given format neither clears nor rewinds. Keys and passwords inside the
- * input are skipped: a certificate behind a private key in one PEM file is found. */
+ * as bad DER. A read in a given format neither clears nor rewinds. Keys and other PEM blocks inside
+ * the input are skipped: a certificate behind a private key in one PEM file is found. */
 
 /* The next certificate of `bio`, or NULL. */
 TARNUTIL_API X509* TARNSSL_load_X509_bio(BIO* bio, int* format);
@@ -72,8 +72,9 @@ TARNUTIL_API RSA* TARNSSL_load_RSA_file(const char* path, void* password);
 
 /* Configuring an SSL_CTX
  *
- * The context takes references of its own. Clear the error queue (ERR_clear_error) before SSL I/O:
- * SSL_get_error looks at it, and a failed call may have left something there. */
+ * The context takes references of its own. A file that is read as DER clears the error queue on the
+ * way. Clear it (ERR_clear_error) before SSL I/O: SSL_get_error looks at it, and a failed call may
+ * have left something there. */
 
 /* Loads a certificate and makes it the context's: SSL_CTX_use_certificate's result, 0 if there is
  * none to load. */
@@ -89,9 +90,10 @@ TARNUTIL_API int TARNSSL_CTX_use_PrivateKey_file(SSL_CTX* ctx, const char* path,
  * Clears the error queue at its start. A failure before the first certificate was read queues
  * library 20 (SSL), function 220, reason 7, file util/cert.cpp and one of these lines:
  *     341  no BIO for the file     346  the file cannot be opened     352  no first certificate
- * (OpenSSL 3 keeps no function numbers.) A failure behind it leaves the certificate, and the chain
- * as far as it was read, in the context. A DER file always ends so, with 0 and its one certificate
- * installed: use TARNSSL_CTX_use_certificate_file for DER. */
+ * (OpenSSL 3 keeps no function numbers.) If the context refuses the first certificate, nothing is
+ * installed and the old extra chain stays. A failure behind it leaves the certificate, and the
+ * chain as far as it was read, in the context. A DER file always ends so, with 0 and all of its
+ * certificates installed: use TARNSSL_CTX_use_certificate_file for DER. */
 TARNUTIL_API int TARNSSL_CTX_use_certificate_chain_file(SSL_CTX* ctx, const char* path);
 
 /* Asking */
@@ -102,12 +104,14 @@ TARNUTIL_API int TARNSSL_verify_issuer(X509* issuer, X509* subject);
 
 /* Whether a file of certificates, PEM or DER, holds one that issued `subject`: 1 or 0, where
  * reading ends at the first block that is no certificate. -1 if `subject` is NULL or the file
- * cannot be opened. An answer of 0 leaves in the error queue what ended the reading. */
+ * cannot be opened. An answer of 0 leaves in the error queue what ended the reading:
+ * nothing where DER comes to its end. Reading DER forgets what the queue held before the call. */
 TARNUTIL_API int TARNSSL_cert_contain_issuer_of(const char* path, X509* subject);
 
 /* Whether a PEM chain file holds, behind its first certificate, one that issued the first: 1 or 0;
  * the first is not compared with itself. -1 if the file would not do for
- * TARNSSL_CTX_use_certificate_chain_file (which a DER file never does). */
+ * TARNSSL_CTX_use_certificate_chain_file (which a DER file never does). Clears the error queue once
+ * the first certificate has loaded. */
 TARNUTIL_API int TARNSSL_cert_contain_issuer(const char* path);
 
 /* The first OCSP responder address of the certificate that begins with "http://", in lower case

@@ -47,8 +47,10 @@ typedef struct eb {
     uint32_t top_shift; /* the range is 2^(top_shift + 19) positions in 2^top_shift tops */
     eb_top_t* tops;     /* 2^top_shift of them */
     eb_l1_t* top_aux;   /* 256 bits each: the tops that hold anything, `min_top` left out */
-    uint64_t min;       /* smallest member, in no top; all-ones when the set is empty */
-    uint64_t max;       /* largest member; 0 when the set is empty */
+    uint64_t min;       /* smallest member, all-ones when the set is empty; in no top, unless
+                           eb_clear_top promoted it */
+    uint64_t max;       /* largest member, 0 when the set is empty; above 2^32 positions it may be
+                           no member once eb_clear_top has folded it */
     uint32_t min_top;   /* smallest top that holds anything; 0xFFFFFFFF when none does */
     uint32_t max_top;   /* largest such top; 0 when there is none, or 0xFFFFFFFF once a position of
                            the empty top 0 has been cleared meanwhile */
@@ -105,7 +107,8 @@ TARNUTIL_API void eb_clear_top(eb_t* eb, uint64_t pos);
  * then, if the top of `pos` (t = pos >> 19, l = the leaf of `pos` in it, base = t << 19 cut to its
  * low 32 bits) holds a member of its own at or above `pos`:
  *
- *   the member that follows     if it lies in the leaf of `pos`, or is the smallest of its top;
+ *   the member that follows     if it lies in the leaf of `pos`, or is the smallest of the top of
+ *                               `pos`; above 2^32 positions cut likewise: base plus its offset;
  *   base - 1                    if `pos` is the largest of the top (all-ones for base 0);
  *   base + b                    if the leaf is empty, where b is the bit of the member that follows
  *                               within its own leaf: the offset of that leaf is left out;

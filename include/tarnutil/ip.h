@@ -1,7 +1,7 @@
 /* IPv4 and IPv6 addresses as one 16-byte record, their text, and the hosts of an IPv4 network.
  *
  * Errors:  reported by result only; errno is as libc left it. No pointer may be NULL, except where
- *          hosts_on_network says so.
+ *          ip_nptop_r and hosts_on_network say so.
  * Threads: the _r functions and hosts_on_network are re-entrant. ip_ntop, ip_pton and ip_nptop
  *          return static storage: one thread at a time, and each call overwrites the last result.
  */
@@ -42,7 +42,7 @@ TARNUTIL_API ip_addr_t* ip_pton(const char* text);
 /* Prints an address and a port into `buf` of `size` bytes: "a.b.c.d:port" for IPv4, but a dot
  * before the port for IPv6, as in "::1.80". Only the low 16 bits of `port` count: 65616 prints
  * as 80. Returns, as snprintf does, the length of the whole text without its NUL: the text was cut
- * if that is `size` or more. */
+ * if that is `size` or more. `buf` may be NULL if `size` is 0. */
 TARNUTIL_API int ip_nptop_r(const ip_addr_t* addr, unsigned port, char* buf, size_t size);
 
 /* As ip_nptop_r, into a static buffer that is returned in every case. The static buffer of ip_ntop
