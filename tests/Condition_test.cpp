@@ -105,6 +105,14 @@ TEST(ConditionTest, FailedDestructionIsSilent) {
     EXPECT_TRUE(fault.hasFired());
 }
 
+TEST(ConditionTest, FailedDestructionIsSilentEvenWithoutMemoryForItsMessage) {
+    auto condition = std::make_unique<Condition>(/*abort=*/false);
+    const Fault fault(Call::pthread_cond_destroy, EBUSY);
+    const Fault noMemory(Call::operator_new);
+    condition.reset();
+    EXPECT_TRUE(noMemory.hasFired());
+}
+
 TEST(ConditionTest, FailedDestructionAbortsAConditionThatWasToldTo) {
     const auto destroy = [] {
         const Fault fault(Call::pthread_cond_destroy, EBUSY);

@@ -5,11 +5,17 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <locale>
+#include <new>
 #include <string>
+#include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "fault.h"
@@ -27,9 +33,16 @@ using testing::StartsWith;
 
 namespace {
 
-// What stands in for the platform's symbol lines and its demangler while a test has set it.
+static_assert(sizeof(IOException) == sizeof(Exception));
+static_assert(std::is_convertible_v<std::string, Exception>);
+static_assert(std::is_convertible_v<std::string, ErrnoException>);
+static_assert(std::is_convertible_v<std::string, IOException>);
+
+// What stands in for the platform's symbol lines, its demangler and its texts while a test has set
+// it.
 std::function<char**()> crafted_symbols;
 std::function<char*()> crafted_demangling;
+std::function<char*(int errnum, char* buf, std::size_t size)> crafted_text;
 
 // The block that backtrace_symbols would return: pointers, a null among them for each null line,
 // and the text behind them.
@@ -78,6 +91,13 @@ extern "C" char* crafted_cxa_demangle(const char* name, char* out, std::size_t* 
     if (crafted_demangling) return crafted_demangling();
     return reinterpret_cast<decltype(&abi::__cxa_demangle)>(dlsym(RTLD_NEXT, "__cxa_demangle"))(
         name, out, size, status);
+}
+
+extern "C" char* crafted_strerror_r(int errnum, char* buf, std::size_t size) __asm__("strerror_r");
+extern "C" char* crafted_strerror_r(int errnum, char* buf, std::size_t size) {
+    if (crafted_text) return crafted_text(errnum, buf, size);
+    return reinterpret_cast<char* (*)(int, char*, std::size_t)>(dlsym(RTLD_NEXT, "strerror_r"))(
+        errnum, buf, size);
 }
 
 struct LineCase {
@@ -168,6 +188,22 @@ TEST_F(StackTraceTest, FailedAllocationMakesAnEmptyTrace) {
 TEST_F(StackTraceTest, ExceptionOfNoStandardClassMakesAnEmptyTrace) {
     crafted_demangling = []() -> char* { throw 1; };
     EXPECT_THAT(TraceableException().getStackTrace(), IsEmpty());
+}
+
+TEST_F(StackTraceTest, IsCapturedBeforeTheMessageIsCopied) {
+    const std::vector<const char*> lines = {"server(one+0x1)"};
+    crafted_symbols = [&] { return symbolBlock(lines); };
+    const Fault frames(Call::backtrace, 1, 1, Fault::fromThenOn);
+    const unsigned long before = Fault::calls(Call::operator_new);
+    const TraceableException trace;
+    const unsigned long forTheTrace = Fault::calls(Call::operator_new) - before;
+    ASSERT_GT(forTheTrace, 0u);
+
+    const std::string message(100, 'x');
+    const unsigned long captures = Fault::calls(Call::backtrace);
+    const Fault noMemory(Call::operator_new, 0, forTheTrace + 1);
+    EXPECT_THROW(const Exception e(message), std::bad_alloc);
+    EXPECT_EQ(Fault::calls(Call::backtrace), captures + 1);
 }
 
 // The trace without the frames of this program's and a sanitizer's own backtrace, which stand in
@@ -317,6 +353,48 @@ TEST(ErrnoExceptionTest, CreateMsgHasItsTwoSeparators) {
               "a: errno 1: b: errno 2: No such file or directory");
 }
 
+// The German way to write a number.
+class Grouping : public std::numpunct<char> {
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+TEST(ErrnoExceptionTest, CreateMsgDoesNotGroupDigits) {
+    const std::locale grouping(std::locale(), new Grouping);
+    const std::locale before = std::locale::global(grouping);
+    const std::string message = ErrnoException::createMsg("X", 12345);
+    std::locale::global(before);
+    EXPECT_EQ(message, "X: errno 12345: Unknown error 12345");
+}
+
+// Builds `count` exceptions with `errnum`; how many came out right.
+int builtRight(int errnum, int count) {
+    const std::string number = std::to_string(errnum);
+    const std::string message = "X: errno " + number + ": Unknown error " + number;
+    int right = 0;
+    for (int i = 0; i < count; ++i) {
+        const ErrnoException e("X", errnum);
+        if (e.what() == message && !e.getStackTrace().empty()) ++right;
+    }
+    return right;
+}
+
+TEST(ErrnoExceptionTest, MayBeBuiltOnManyThreadsAtOnce) {
+    constexpr int kEach = 500;
+    std::array<int, 4> right{};
+    std::atomic<std::size_t> ready{0};
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < right.size(); ++i) {
+        threads.emplace_back([&, i] {
+            ++ready;
+            while (ready < right.size()) std::this_thread::yield();
+            right[i] = builtRight(10001 + static_cast<int>(i), kEach);
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(right, testing::Each(kEach));
+}
+
 TEST(GetStrerrorTest, IsTheSystemsText) {
     EXPECT_EQ(Exception::getStrerror(EDEADLK), "Resource deadlock avoided");
     EXPECT_EQ(Exception::getStrerror(0), "Success");
@@ -324,8 +402,32 @@ TEST(GetStrerrorTest, IsTheSystemsText) {
 }
 
 TEST(GetStrerrorTest, NullTextIsSaidSo) {
-    const Fault fault(Call::strerror_r, 0);
+    crafted_text = [](int, char*, std::size_t) { return nullptr; };
     EXPECT_EQ(Exception::getStrerror(EIO), "strerror_r returned NULL");
+    crafted_text = nullptr;
+}
+
+// Leaves a freed block of `size` bytes that are not zero for the next allocation.
+void soil(std::size_t size) {
+    char* const block = new char[size];
+    std::memset(block, 'x', size);
+    __asm__ volatile("" ::"r"(block) : "memory");  // or the compiler leaves all this out
+    delete[] block;
+}
+
+TEST(GetStrerrorTest, SystemGetsAnEmptyBufferOfItsSize) {
+    std::vector<char> given;
+    int number = 0;
+    crafted_text = [&](int errnum, char* buf, std::size_t size) {
+        number = errnum;
+        given.assign(buf, buf + size);
+        return std::strcpy(buf, "text");
+    };
+    soil(256);
+    EXPECT_EQ(Exception::getStrerror(EIO), "text");
+    crafted_text = nullptr;
+    EXPECT_EQ(number, EIO);
+    EXPECT_EQ(given, std::vector<char>(256, '\0'));
 }
 
 TEST(GetStrerrorTest, FailedAllocationPassesAndLeaksNothing) {

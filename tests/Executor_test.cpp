@@ -172,9 +172,20 @@ TEST(ExecutorTest, CallbacksBracketEachItemOnItsThread) {
     EXPECT_THAT(stepsOfThree(nullptr, nullptr), ElementsAre("run ", "run ", "run "));
     EXPECT_THAT(stepsOfThree(startup, nullptr),
                 ElementsAre("startup run ", "startup run ", "startup run "));
+    EXPECT_THAT(stepsOfThree(nullptr, cleanup),
+                ElementsAre("run cleanup ", "run cleanup ", "run cleanup "));
     EXPECT_THAT(
         stepsOfThree(startup, cleanup),
         ElementsAre("startup run cleanup ", "startup run cleanup ", "startup run cleanup "));
+}
+
+TEST(ExecutorTest, EachCallbackGetsItsOwnArgument) {
+    Steps before;
+    Steps after;
+    Batch batch;
+    Executor::execute(batch.runnables(), startup, &before, cleanup, &after);
+    EXPECT_EQ(before.names, std::vector<std::string>(kSize, "startup"));
+    EXPECT_EQ(after.names, std::vector<std::string>(kSize, "cleanup"));
 }
 
 TEST(ExecutorTest, WhatCallbacksThrowIsDropped) {

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 #include <pthread.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <csignal>
@@ -19,6 +20,7 @@
 using tarnutil::Mutex;
 using namespace tarnutil_test;
 using testing::ElementsAre;
+using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::KilledBySignal;
@@ -119,6 +121,25 @@ TEST_P(MutexFailureTest, DestroysTheAttributesThatItBuilt) {
 TEST_P(MutexFailureTest, AbortsWithoutAWord) {
     const FailureCase& row = GetParam();
     EXPECT_EXIT(row.operation(/*abort=*/true, row.call), KilledBySignal(SIGABRT), testing::Eq(""));
+}
+
+// What the process has destroyed, and had destroyed before the operation that aborts.
+unsigned long destructions() {
+    return Fault::calls(Call::pthread_mutexattr_destroy) +
+           Fault::calls(Call::pthread_mutex_destroy);
+}
+unsigned long destructions_before;
+
+void exitAtAbort(int) { _exit(destructions() == destructions_before ? 0 : 1); }
+
+TEST_P(MutexFailureTest, DestroysNothingBeforeItAborts) {
+    const FailureCase& row = GetParam();
+    const auto abortInstead = [&] {
+        (void)std::signal(SIGABRT, exitAtAbort);
+        destructions_before = destructions();
+        row.operation(/*abort=*/true, row.call);
+    };
+    EXPECT_EXIT(abortInstead(), ExitedWithCode(0), testing::Eq(""));
 }
 
 TEST(MutexTest, FailedDestructionIsSilent) {

@@ -35,6 +35,7 @@ using testing::ExitedWithCode;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::KilledBySignal;
+using testing::SizeIs;
 
 namespace {
 
@@ -69,6 +70,29 @@ bool comesTrue(const Condition& enough) {
     }
     return true;
 }
+
+// A runnable that takes no lock, so that a trail shows those of the thread alone.
+class Idle : public Runnable {
+public:
+    void run() override {}
+};
+
+// Where one thread waits until another opens it. Takes no lock either.
+class Gate {
+public:
+    void pass() {
+        reached = true;
+        while (!opened) std::this_thread::yield();
+    }
+    void awaitArrival() const {
+        while (!reached) std::this_thread::yield();
+    }
+    void open() { opened = true; }
+
+private:
+    std::atomic<bool> reached{false};
+    std::atomic<bool> opened{false};
+};
 
 // --- What each operation comes to in each state
 // ----------------------------------------------------
@@ -264,6 +288,16 @@ TEST(ThreadTest, FailedCreationReturnsTheSameRunnableToTheNextStart) {
     EXPECT_EQ(back.get(), original);
 }
 
+TEST(ThreadTest, FailedStartLeavesTheThreadNotStarted) {
+    Subject subject(/*startDetached=*/false);
+    const Fault fault(Call::pthread_create, EAGAIN);
+    EXPECT_EQ(thrown([&] { subject.thread->start(); }),
+              refused("Could not create pthread: ", EAGAIN));
+    EXPECT_EQ(thrown([&] { (void)subject.thread->getHasExited(); }), kNotStarted);
+    EXPECT_EQ(thrown([&] { (void)subject.thread->join(); }), kJoinNotStarted);
+    EXPECT_EQ(thrown([&] { subject.thread->detach(); }), kDetachNotStarted);
+}
+
 TEST(ThreadTest, FailedJoinChangesNothing) {
     Subject subject(/*startDetached=*/false);
     finished(subject);
@@ -330,6 +364,35 @@ TEST(ThreadTest, FailuresOfTheRecordsMutexAbort) {
     EXPECT_EXIT(joinFails(), KilledBySignal(SIGABRT), testing::Eq(""));
 }
 
+// What the thread and detach() do to the record's mutex.
+const Call kReleasing[] = {Call::pthread_mutex_lock, Call::pthread_mutex_unlock,
+                           Call::pthread_mutex_destroy};
+
+TEST(ThreadTest, FailuresOfTheRecordsMutexAbortDetach) {
+    for (const Call call : kReleasing) {
+        const auto detachFails = [&] {
+            Subject subject(/*startDetached=*/false);
+            finished(subject);
+            const Fault fault(call, EINVAL);
+            subject.thread->detach();
+        };
+        EXPECT_EXIT(detachFails(), KilledBySignal(SIGABRT), testing::Eq("")) << name(call);
+    }
+}
+
+TEST(ThreadTest, FailuresOfTheRecordsMutexAbortAtTheEndOfTheWork) {
+    for (const Call call : kReleasing) {
+        const auto endFails = [&] {
+            Thread thread(std::make_unique<Idle>(), /*detached=*/true);
+            const Fault fault(call, EINVAL);
+            thread.start();
+            alarm(30);  // its signal is not the one expected
+            for (;;) pause();
+        };
+        EXPECT_EXIT(endFails(), KilledBySignal(SIGABRT), testing::Eq("")) << name(call);
+    }
+}
+
 TEST(ThreadTest, NoMemoryForTheRecordEndsTheProcess) {
     const auto startFails = [] {
         Census census;
@@ -388,6 +451,77 @@ TEST(ThreadTest, CallbacksBracketTheWork) {
 TEST(ThreadTest, WhatACallbackThrowsIsDropped) {
     EXPECT_THAT(stepsOf(noteAndThrow, note), ElementsAre("startup", "run", "cleanup"));
     EXPECT_THAT(stepsOf(note, noteAndThrow), ElementsAre("startup", "run", "cleanup"));
+}
+
+TEST(ThreadTest, CallbacksSetAfterAFailedStartCountFromTheNext) {
+    steps.clear();
+    Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    thread.setStartupHandler(note, step("startup of the failed start"));
+    thread.setCleanupHandler(note, step("cleanup of the failed start"));
+    {
+        const Fault fault(Call::pthread_create, EAGAIN);
+        EXPECT_EQ(thrown([&] { thread.start(); }), refused("Could not create pthread: ", EAGAIN));
+    }
+    thread.setStartupHandler(note, step("startup"));
+    thread.setCleanupHandler(note, step("cleanup"));
+    thread.start();
+    joinAndDestroy(thread);
+    EXPECT_THAT(steps, ElementsAre("startup", "cleanup"));
+}
+
+void passGate(void* gate) { static_cast<Gate*>(gate)->pass(); }
+
+TEST(ThreadTest, CallbacksComeBeforeTheExitAndHoldNoMutex) {
+    for (const auto setHandler : {&Thread::setStartupHandler, &Thread::setCleanupHandler}) {
+        Gate gate;
+        Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+        (thread.*setHandler)(passGate, &gate);
+        const Trail trail({Call::pthread_mutex_lock});
+        thread.start();
+        gate.awaitArrival();
+        EXPECT_THAT(trail.ofParent(), IsEmpty());
+        EXPECT_FALSE(thread.getHasExited());
+        EXPECT_THAT(trail.ofParent(), SizeIs(1)) << "the question's own";
+        gate.open();
+        joinAndDestroy(thread);
+        EXPECT_THAT(trail.ofParent(), SizeIs(2)) << "and that of the end of the work";
+    }
+}
+
+// Notes its run, which waits for the gate, and its destruction.
+class Noted : public Runnable {
+public:
+    Noted(Gate& beforeRun, std::atomic<bool>& whenGone) : gate(beforeRun), gone(whenGone) {}
+    ~Noted() override {
+        note(step("destroyed"));
+        gone = true;
+    }
+    void run() override {
+        gate.pass();
+        note(step("run"));
+    }
+
+private:
+    Gate& gate;
+    std::atomic<bool>& gone;
+};
+
+TEST(ThreadTest, CallbacksOfADetachedThreadComeBeforeTheRunnableIsDestroyed) {
+    for (const bool startDetached : {false, true}) {
+        SCOPED_TRACE(startDetached);
+        steps.clear();
+        Gate gate;
+        std::atomic<bool> gone{false};
+        const long mutexes = mutexesAlive();
+        Thread thread(std::make_unique<Noted>(gate, gone), startDetached);
+        thread.setStartupHandler(note, step("startup"));
+        thread.setCleanupHandler(note, step("cleanup"));
+        thread.start();
+        if (!startDetached) thread.detach();
+        gate.open();
+        ASSERT_TRUE(comesTrue([&] { return gone && mutexesAlive() == mutexes; }));
+        EXPECT_THAT(steps, ElementsAre("startup", "run", "cleanup", "destroyed"));
+    }
 }
 
 void keepThread(void* id) { *static_cast<std::thread::id*>(id) = std::this_thread::get_id(); }
@@ -490,11 +624,32 @@ TEST(ThreadTest, DetachBeforeTheEndLeavesTheRunnableToTheThread) {
     }
 }
 
-// A runnable that takes no lock, so that the trail shows those of the thread alone.
-class Idle : public Runnable {
+// Keeps how many mutexes were alive when it was destroyed.
+class Witness : public Runnable {
 public:
+    explicit Witness(std::atomic<long>& toKeep) : mutexes(toKeep) {}
+    ~Witness() override { mutexes = mutexesAlive(); }
     void run() override {}
+
+private:
+    std::atomic<long>& mutexes;
 };
+
+TEST(ThreadTest, RunnableIsDestroyedBeforeTheMutex) {
+    for (const bool startDetached : {false, true}) {
+        SCOPED_TRACE(startDetached);
+        const long before = mutexesAlive();
+        std::atomic<long> atItsEnd{-1};
+        Thread thread(std::make_unique<Witness>(atItsEnd), startDetached);
+        thread.start();
+        if (!startDetached) {
+            awaitExit(thread);
+            thread.detach();
+        }
+        ASSERT_TRUE(comesTrue([&] { return atItsEnd != -1 && mutexesAlive() == before; }));
+        EXPECT_EQ(atItsEnd, before + 1);
+    }
+}
 
 TEST(ThreadTest, EndOfTheWorkAndDetachEachPassTheMutexOnce) {
     Thread thread(std::make_unique<Idle>(), /*detached=*/false);

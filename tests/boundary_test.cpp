@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -105,16 +106,70 @@ void createBelowALongPath() {
     TmpFile().create(/*directory=*/true);
 }
 
+class Idle : public Runnable {
+public:
+    void run() override {}
+};
+
+Thread prepared_thread(std::unique_ptr<Runnable>(new Idle), /*startDetached=*/false);
+
+void buildNoMutex() {
+    const Fault fault(Call::pthread_mutex_init, ENOMEM);
+    const Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+}
+
+void tryInVain() {
+    Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+    const Fault fault(Call::pthread_mutex_trylock, EINVAL);
+    if (mutex.tryLock()) mutex.unlock();
+}
+
+void buildNoCondition() {
+    const Fault fault(Call::pthread_cond_init, EAGAIN);
+    const Condition condition(/*abort=*/false);
+}
+
 void signalInVain() {
     Condition condition(/*abort=*/false);
     const Fault fault(Call::pthread_cond_signal, EINVAL);
     condition.signal();
 }
 
+void broadcastInVain() {
+    Condition condition(/*abort=*/false);
+    const Fault fault(Call::pthread_cond_broadcast, EINVAL);
+    condition.broadcast();
+}
+
+void waitInVain() {
+    Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+    Condition condition(/*abort=*/false);
+    const Mutex::LockHolder lock(mutex);
+    const Fault fault(Call::pthread_cond_wait, EINVAL);
+    condition.wait(mutex);
+}
+
+void waitForADeadlineInVain() {
+    Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+    Condition condition(/*abort=*/false);
+    const Mutex::LockHolder lock(mutex);
+    const Fault fault(Call::pthread_cond_timedwait, EINVAL);
+    (void)condition.timedWait(mutex, 0);
+}
+
 const BoundaryCase kBoundaryCases[] = {
+    {"Mutex", buildNoMutex},
+    {"Mutex::tryLock", tryInVain},
     {"Mutex::unlock", [] { Mutex(/*abortOnError=*/false, Mutex::ERRORCHECK).unlock(); }},
+    {"Condition", buildNoCondition},
     {"Condition::signal", signalInVain},
+    {"Condition::broadcast", broadcastInVain},
+    {"Condition::wait", waitInVain},
+    {"Condition::timedWait", waitForADeadlineInVain},
     {"Thread", [] { const Thread thread(nullptr, /*detached=*/false); }},
+    {"Thread::getHasExited", [] { (void)prepared_thread.getHasExited(); }},
+    {"Thread::join", [] { (void)prepared_thread.join(); }},
+    {"Thread::detach", [] { prepared_thread.detach(); }},
     {"Executor::execute",
      [] { Executor::execute(std::move(prepared_batch), nullptr, nullptr, nullptr, nullptr); }},
     {"CryptoUtil::base64Encode", [] { (void)CryptoUtil::base64Encode(kBytes); }},

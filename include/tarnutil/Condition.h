@@ -1,7 +1,8 @@
 // A condition variable: threads wait on it for a change to the state that a Mutex guards.
 //
-// Errors:  every failure throws tarnutil::Exception, or calls abort() if the object was built with
-//          `abort` true. Reaching a deadline is a result, not a failure.
+// Errors:  every failure throws tarnutil::Exception, or, if the object was built with `abort` true,
+//          calls abort() and writes nothing anywhere. Want of memory for the message ends the
+//          process. Reaching a deadline is a result, not a failure.
 // Threads: any thread may call any member. wait and timedWait need the mutex held, and may return
 //          without a signal: test your predicate again after each.
 #ifndef TARNUTIL_CONDITION_H

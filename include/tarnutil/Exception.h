@@ -26,8 +26,10 @@ public:
     // cannot be demangled.
     std::string kind() const;
 
-    // One line per frame, at most 64, innermost first: "module(function+offset)" with the function
-    // demangled, or the platform's own line where it has another form.
+    // One line per frame, at most 64, innermost first; the first are the capture itself and the
+    // constructors. A line is "module(function+offset)" with the function demangled, its "+" always
+    // written, without blanks in front and the address behind, or else the platform's own line
+    // where that has another form.
     const std::vector<std::string>& getStackTrace() const { return stackTrace; }
 
 private:
@@ -48,7 +50,8 @@ public:
     // The message, valid as long as the object lives.
     const char* what() const noexcept override;
 
-    // The system's text for the error number `errnum`, also for one that it does not know.
+    // The system's text for the error number `errnum`, also for one that it does not know;
+    // "strerror_r returned NULL" if it has none.
     static std::string getStrerror(int errnum);
 
 private:
@@ -91,7 +94,8 @@ public:
 // check_error(strerror_r(errnum, buf, size), buf, errnum).
 //
 // The POSIX form returns an int and fills `buf`; if it failed, `buf` is made to hold
-// "unknown error: " and the number. The GNU form returns the text itself, in `buf` or not, or null.
+// "unknown error: " and the number, for which it needs 27 bytes. The GNU form returns the text
+// itself, in `buf` or not, or null.
 TARNUTIL_API char* check_error(int result, char* buf, int errnum);
 TARNUTIL_API char* check_error(char* result, char* buf, int errnum);
 

@@ -3,7 +3,9 @@
 // Errors:  a batch that did not run whole throws tarnutil::Exception with one of
 //          "Could not execute runnables: Out of memory",
 //          "Could not execute runnables: Could not create thread." and
-//          "Could not execute runnables: Could not join with thread.".
+//          "Could not execute runnables: Could not join with thread."; of several errors the first
+//          is reported. "Out of memory" stands for an item's own record; any other want of memory
+//          ends the process.
 // Threads: re-entrant.
 #ifndef TARNUTIL_EXECUTOR_H
 #define TARNUTIL_EXECUTOR_H
@@ -27,6 +29,9 @@ public:
     //
     // If a thread cannot be created, its runnable and those behind it never run; those before it
     // run to their end before the exception is thrown.
+    //
+    // "Could not join with thread." is thrown even if every runnable ran. The thread in question
+    // may then still run, and its runnable must live on; the others are joined all the same.
     static void execute(std::vector<Runnable*> runnables, void (*startup)(void*), void* startupArg,
                         void (*cleanup)(void*), void* cleanupArg);
 

@@ -1,7 +1,8 @@
 // A mutex of the platform, and the scoped lock over it.
 //
-// Errors:  every failure throws tarnutil::Exception, or calls abort() if the mutex was built with
-//          `abort` true. The message is the text named below and the system's text.
+// Errors:  every failure throws tarnutil::Exception, or, if the mutex was built with `abort` true,
+//          calls abort() and writes nothing anywhere. The message is the text named below and the
+//          system's text; want of memory for it ends the process.
 // Threads: any thread may call any member. Nobody may hold a mutex that is destroyed, and only its
 //          holder may unlock it; ERRORCHECK reports the latter.
 //
@@ -52,7 +53,8 @@ public:
     // Waits until the mutex is held. "Could not lock mutex: ".
     void lock() TARNUTIL_THREAD_SAFETY(acquire_capability());
 
-    // Takes the mutex if that needs no waiting: false if it is held already.
+    // Takes the mutex if that needs no waiting: false if it is held already, unless by the caller
+    // and RECURSIVE.
     // "Could not perform mutex trylock operation: ".
     bool tryLock() TARNUTIL_THREAD_SAFETY(try_acquire_capability(true));
 

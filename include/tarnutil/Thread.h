@@ -1,7 +1,8 @@
 // One piece of work, and a thread to run it.
 //
 // Errors:  every failure throws tarnutil::Exception with the message that stands with the member;
-//          those that end in ": " are followed by the system's text.
+//          those that end in ": " are followed by the system's text. Want of memory ends the
+//          process, and so does a mutex that fails between a Thread and its thread, by abort().
 // Threads: a Thread belongs to the one thread that controls it.
 #ifndef TARNUTIL_THREAD_H
 #define TARNUTIL_THREAD_H
@@ -29,7 +30,8 @@ public:
 // runs goes on, and if it was neither joined nor detached, what it holds is never released.
 class TARNUTIL_API Thread {
 public:
-    // Takes `work` over. With `startDetached`, start() counts as followed by detach().
+    // Takes `work` over. With `startDetached`, the thread counts as detached from the beginning,
+    // before start() too; only join() then still says that it was not started.
     // "runnable is null".
     Thread(std::unique_ptr<Runnable> work, bool startDetached);
 
@@ -46,15 +48,19 @@ public:
     // "Could not set detached stated for thread: " or "Could not create pthread: ".
     void start();
 
-    // Whether the work is done, without waiting for it; true after join().
+    // Whether the work is done, the cleanup handler included, without waiting for it; true after
+    // join().
     // "Can not determine if thread has exited: thread is detached." or "Thread not started yet".
     bool getHasExited();
 
-    // Waits for the end of the thread and returns its runnable, which the caller owns from then on.
+    // Waits for the end of the thread and returns its runnable, which the caller owns from then on:
+    // the runnable also if the thread was cancelled or left by pthread_exit with any other value
+    // than null.
     // "Can not join with thread: thread not started.",
     // "Can not join with thread: thread already joined." or "Could not join with thread: ", the
-    // last also for a detached thread and, with "no runnable object returned" for the system's
-    // text, for one that ended by pthread_exit(NULL).
+    // last with "no runnable object returned" for the system's text if the thread left by
+    // pthread_exit(NULL): it then counts as not joined, and what it holds is kept.
+    // A detached thread is refused by the system, and only while it still runs: do not ask later.
     Runnable* join();
 
     // Leaves the thread and its runnable to themselves: the runnable is destroyed at the end of the

@@ -15,9 +15,8 @@
 // clang-format off
 #define TARNUTIL_TEST_CALLS(ROW)                                                                                      \
     /*  fails   result       name                 parameters                                        arguments */      \
-    /* stack walking and error text */                                                                                \
+    /* stack walking */                                                                                               \
     ROW(Result, int,         backtrace,           (void** a, int b),                                (a, b))           \
-    ROW(Result, char*,       strerror_r,          (int a, char* b, std::size_t c),                  (a, b, c))        \
     /* files and streams */                                                                                           \
     ROW(Errno,  int,         chmod,               (const char* a, mode_t b),                        (a, b))           \
     ROW(Errno,  int,         close,               (int a),                                          (a))              \
