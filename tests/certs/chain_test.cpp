@@ -9,8 +9,10 @@
 namespace tarnutil_test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::Not;
 
 class ChainTest : public testing::Test {
 protected:
@@ -19,6 +21,13 @@ protected:
 
     int use(const std::string& path) {
         return TARNSSL_CTX_use_certificate_chain_file(ctx.get(), path.c_str());
+    }
+
+    // Gives the context an extra chain, for the call under test to replace or to leave.
+    void presetChain() {
+        ASSERT_EQ(SSL_CTX_add_extra_chain_cert(ctx.get(), certificate("unrelated.pem").release()),
+                  1);
+        ERR_clear_error();
     }
 
     // The names of the context's certificate and of its extra chain.
@@ -52,8 +61,7 @@ TEST_F(ChainTest, InstallsTheLeafAndWhatFollows) {
 }
 
 TEST_F(ChainTest, ReplacesAnEarlierExtraChain) {
-    ASSERT_EQ(SSL_CTX_add_extra_chain_cert(ctx.get(), certificate("unrelated.pem").release()), 1);
-    ERR_clear_error();
+    presetChain();
     EXPECT_EQ(use(material("chain.pem")), 1);
     EXPECT_THAT(chainNames(), ElementsAre("issuing", "policy"));
 }
@@ -105,6 +113,7 @@ TEST_F(ChainTest, FailuresBeforeTheFirstCertificateAreQueuedWithTheirLine) {
         {"a damaged first block", material("cut_short.pem"), 352},
         {"a file of something else", material("rsa.pkcs8.der"), 352},
     };
+    presetChain();
     for (const ChainError& row : rows) {
         EXPECT_EQ(use(row.path), 0) << row.says;
         const char* file = nullptr;
@@ -115,24 +124,46 @@ TEST_F(ChainTest, FailuresBeforeTheFirstCertificateAreQueuedWithTheirLine) {
         EXPECT_STREQ(file, "util/cert.cpp");
         EXPECT_EQ(line, row.line) << row.says;
         EXPECT_EQ(leafName(), "(none)");
+        EXPECT_THAT(chainNames(), ElementsAre("unrelated")) << row.says;
     }
 }
 
 TEST_F(ChainTest, WithoutABioTheFirstLineIsQueued) {
     const Fault fault(Call::BIO_new, 0);
+    ERR_put_error(ERR_LIB_USER, 0, 1, "stale", 1);
     EXPECT_EQ(use(material("chain.pem")), 0);
     int line = 0;
     const unsigned long error = ERR_peek_error_line(nullptr, &line);
     EXPECT_EQ(ERR_GET_LIB(error), ERR_LIB_SSL);
     EXPECT_EQ(ERR_GET_REASON(error), 7);
     EXPECT_EQ(line, 341);
+    EXPECT_EQ(drainErrors().size(), 1u) << "the stale one is forgotten";
 }
 
 TEST_F(ChainTest, ACertificateThatTheContextRefusesEndsIt) {
+    presetChain();
     const Fault fault(Call::SSL_CTX_use_certificate, 0);
     EXPECT_EQ(use(material("chain.pem")), 0);
-    EXPECT_THAT(chainNames(), IsEmpty());
+    EXPECT_EQ(leafName(), "(none)");
+    EXPECT_THAT(chainNames(), ElementsAre("unrelated"));
     EXPECT_THAT(drainErrors(), IsEmpty()) << "nothing of its own";
+}
+
+// A security callback that permits everything and complains.
+int permitWithAnError(const SSL* /*ssl*/, const SSL_CTX* /*ctx*/, int /*op*/, int /*bits*/,
+                      int /*nid*/, void* /*other*/, void* /*extra*/) {
+    ERR_put_error(ERR_LIB_USER, 0, 1, "permitted", 1);
+    return 1;
+}
+
+TEST_F(ChainTest, ACertificateTakenWithAnErrorEndsIt) {
+    presetChain();
+    SSL_CTX_set_security_callback(ctx.get(), permitWithAnError);
+    ASSERT_EQ(SSL_CTX_use_certificate(ctx.get(), certificate("unrelated.pem").get()), 1);
+    EXPECT_EQ(use(material("chain.pem")), 0);
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), ElementsAre("unrelated"));
+    EXPECT_THAT(drainErrors(), Contains(std::to_string(ERR_LIB_USER) + ":1"));
 }
 
 // Clears the list, then adds the first: the second use is the one to fail.
@@ -226,9 +257,10 @@ TEST(CertFaultTest, WithoutABioNothingLoads) {
 // The signature is checked all the same, and cannot be good.
 TEST(CertFaultTest, AnIssuerWhoseKeyCannotBeHadIsNone) {
     const X509Ptr root = certificate("root.pem");
+    ERR_clear_error();
     const Fault fault(Call::X509_get_pubkey, 0);
     EXPECT_EQ(TARNSSL_verify_issuer(root.get(), root.get()), 0);
-    ERR_clear_error();
+    EXPECT_THAT(drainErrors(), Not(IsEmpty())) << "of the check without a key";
 }
 
 }  // namespace

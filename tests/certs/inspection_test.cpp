@@ -45,6 +45,17 @@ TEST(VerifyIssuerTest, MatchingNamesAreNotEnough) {
     ERR_clear_error();
 }
 
+// A certificate that says which key signed it.
+X509Ptr signedByKey(const std::string& identifier) {
+    return makeCertificate({{NID_authority_key_identifier, tlv(0x30, tlv(0x80, identifier))}});
+}
+
+TEST(VerifyIssuerTest, KeyIdentifiersHaveToMatch) {
+    const X509Ptr issuer = makeCertificate({{NID_subject_key_identifier, tlv(0x04, "mine")}});
+    EXPECT_EQ(TARNSSL_verify_issuer(issuer.get(), signedByKey("mine").get()), 1);
+    EXPECT_EQ(TARNSSL_verify_issuer(issuer.get(), signedByKey("other").get()), 0);
+}
+
 TEST(VerifyIssuerTest, AnIssuerWithoutAReadableKeyIsNone) {
     const X509Ptr issuer = makeCertificate({});
     X509* const keyless = X509_new();
@@ -173,6 +184,13 @@ TEST(CertOcspTest, FindsTheFirstPlainHttpResponder) {
     }
 }
 
+TEST(CertOcspTest, WithoutTheExtensionTheListIsNull) {
+    const X509Ptr cert = makeCertificate({});
+    auto* out = reinterpret_cast<AUTHORITY_INFO_ACCESS*>(cert.get());  // anything but null
+    EXPECT_EQ(TARNSSL_get_ocsp_resp_url_from_aia(cert.get(), &out), nullptr);
+    EXPECT_EQ(out, nullptr);
+}
+
 TEST(CertOcspTest, BytesBehindANulAreKept) {
     const std::string url("http://a\0b", 10);
     const X509Ptr cert = makeCertificate({responder(url)});
@@ -223,6 +241,12 @@ TEST(CertCrlTest, NoExtensionAndOneThatDoesNotDecodeAreNull) {
     EXPECT_EQ(TARNSSL_X509_get_first_crl_dp(makeCertificate({}).get()), nullptr);
     const Extension undecodable = {NID_crl_distribution_points, "\x30\x03\x02\x01"};
     EXPECT_EQ(TARNSSL_X509_get_first_crl_dp(makeCertificate({undecodable}).get()), nullptr);
+    ERR_clear_error();
+}
+
+TEST(CertCrlTest, ASecondExtensionMakesBothCountForNothing) {
+    const Extension points = distributionPoints({fullNamePoint({uri("http://a/")})});
+    EXPECT_EQ(TARNSSL_X509_get_first_crl_dp(makeCertificate({points, points}).get()), nullptr);
     ERR_clear_error();
 }
 
@@ -293,6 +317,13 @@ TEST(CertSansTest, AnExtensionThatDoesNotDecodeIsEmpty) {
     ERR_clear_error();
 }
 
+TEST(CertSansTest, TheFirstOfTwoExtensionsCounts) {
+    const X509Ptr cert = makeCertificate({subjectAltName({dns("a")}), subjectAltName({dns("b")})});
+    char buffer[200];
+    EXPECT_GE(TARNSSL_X509_get_SANs_str(cert.get(), buffer, sizeof buffer), 0);
+    EXPECT_STREQ(buffer, "DNS:a");
+}
+
 TEST(CertSansTest, ALongTextIsCutTwoBelowTheSize) {
     const X509Ptr cert = makeCertificate({subjectAltName({dns(std::string(300, 'x'))})});
     const std::string whole = "DNS:" + std::string(300, 'x');
@@ -353,6 +384,7 @@ TEST(CertInspectionTest, LeavesNothingBehind) {
         (void)TARNSSL_verify_issuer(cert.get(), cert.get());
         (void)TARNSSL_cert_contain_issuer(material("chain.pem").c_str());
         (void)TARNSSL_cert_contain_issuer_of(material("chain.pem").c_str(), cert.get());
+        (void)TARNSSL_cert_contain_issuer_of(material("chain.pem").c_str(), nullptr);
         ERR_clear_error();
     });
 }

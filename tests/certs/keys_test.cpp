@@ -111,6 +111,27 @@ TEST(KeyReadingTest, RsaObjectIsTheKeyOfTheFile) {
     OPENSSL_free(encoded);
 }
 
+// The EC key in PEM, locked with `password`.
+std::string lockedWith(const std::string& password) {
+    const EvpPkeyPtr key(TARNSSL_load_PrivateKey_file(material("ec.pem").c_str(), nullptr));
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    EXPECT_EQ(
+        PEM_write_bio_PKCS8PrivateKey(bio.get(), key.get(), EVP_aes_128_cbc(), password.data(),
+                                      static_cast<int>(password.size()), nullptr, nullptr),
+        1);
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(bio.get(), &data);
+    return std::string(data, static_cast<std::size_t>(length));
+}
+
+TEST(KeyReadingTest, APasswordCountsAsFarAsTheBufferTakesIt) {
+    const std::string locked = lockedWith(std::string(PEM_BUFSIZE, 'x'));
+    const BioPtr bio = reading(locked);
+    const std::string longer(2000, 'x');
+    EXPECT_NE(EvpPkeyPtr(TARNSSL_load_PrivateKey_bio(bio.get(), secret(longer.c_str()))), nullptr);
+    ERR_clear_error();
+}
+
 TEST(KeyReadingTest, AFileThatIsNotThereIsNull) {
     EXPECT_EQ(TARNSSL_load_PrivateKey_file("/nonexistent/key", nullptr), nullptr);
     EXPECT_EQ(TARNSSL_load_RSA_file("/nonexistent/key", nullptr), nullptr);

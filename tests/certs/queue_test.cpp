@@ -49,6 +49,13 @@ bool usesChain(const char* name) {
     const SslCtxPtr ctx(SSL_CTX_new(SSLv23_method()));
     return TARNSSL_CTX_use_certificate_chain_file(ctx.get(), path(name).c_str()) == 1;
 }
+bool usesDamagedChain() {
+    const ScratchDir dir;
+    const SslCtxPtr ctx(SSL_CTX_new(SSLv23_method()));
+    const std::string chain =
+        dir.write("chain", readFile(path("leaf.pem")) + readFile(path("cut_short.pem")));
+    return TARNSSL_CTX_use_certificate_chain_file(ctx.get(), chain.c_str()) == 1;
+}
 bool holdsIssuerOfLeaf(const char* name) {
     return TARNSSL_cert_contain_issuer_of(path(name).c_str(), certificate("leaf.pem").get()) == 1;
 }
@@ -110,6 +117,7 @@ const QueueCase kQueueCases[] = {
     {"CTX_use_certificate_chain_file", "success",                             [] { return usesChain("chain.pem"); },            true,  Queue::empty},
     {"CTX_use_certificate_chain_file", "the file cannot be opened",           [] { return usesChain("missing"); },              false, Queue::onlyMore},
     {"CTX_use_certificate_chain_file", "no first certificate",                [] { return usesChain("rsa.pem"); },              false, Queue::onlyMore},
+    {"CTX_use_certificate_chain_file", "a damaged block behind the first",    usesDamagedChain,                                 false, Queue::onlyMore},
     {"CTX_use_certificate_chain_file", "one certificate in DER",              [] { return usesChain("leaf.der"); },             false, Queue::empty},
     {"verify_issuer",                "yes",                                   [] { return verifies("issuing.pem"); },           true,  Queue::stale},
     {"verify_issuer",                "no, by its name",                       [] { return verifies("unrelated.pem"); },         false, Queue::stale},
