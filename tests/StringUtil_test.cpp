@@ -11,6 +11,7 @@
 #include <functional>
 #include <new>
 #include <regex>
+#include <thread>
 #include <type_traits>
 
 #include <tarnutil/Exception.h>
@@ -866,4 +867,40 @@ TEST(IpConversionRandomTest, AgreesWithThePlainFunctions) {
         ASSERT_EQ(StringUtil::ipToString(addr), text);
         ASSERT_TRUE(same(StringUtil::stringToIp(text), addr)) << text;
     }
+}
+
+namespace {
+
+// What the helpers make of inputs that differ from one `number` to the next.
+Strings resultsFor(int number) {
+    const std::string word = std::to_string(number);
+    Strings results = {StringUtil::normalize(word + "\t\n " + word + "\r\n")};
+    StringUtil::split(word + ",," + word + word, ',', results);
+    tarnstring escaped("$" + word + " it's");
+    escaped.shell_escape();
+    results.push_back(escaped);
+    results.push_back(StringUtil::toString(Map{{word, "a"}, {"b" + word, word}}));
+    ip_addr_t addr{};
+    addr.bytes[15] = static_cast<std::uint8_t>(number);
+    results.push_back(StringUtil::ipToString(addr));
+    return results;
+}
+
+std::vector<Strings> resultsFrom(int first) {
+    std::vector<Strings> results;
+    for (int number = first; number < first + 500; ++number) results.push_back(resultsFor(number));
+    return results;
+}
+
+}  // namespace
+
+TEST(ConcurrencyTest, ThreadsWithInputsOfTheirOwnDoNotDisturbEachOther) {
+    std::vector<Strings> low;
+    std::vector<Strings> high;
+    std::thread one([&] { low = resultsFrom(0); });
+    std::thread other([&] { high = resultsFrom(100000); });
+    one.join();
+    other.join();
+    EXPECT_EQ(low, resultsFrom(0));
+    EXPECT_EQ(high, resultsFrom(100000));
 }

@@ -2,6 +2,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstring>
 #include <initializer_list>
 #include <ostream>
@@ -61,14 +62,19 @@ public:
         static_cast<Ledger*>(ctx)->released.push_back(block);
     }
 
+    // Leaves nothing of earlier tests in the memory.
+    static void soil() { std::fill(memory().bytes.begin(), memory().bytes.end(), kSoil); }
+
     void* block(std::size_t call) const { return allocations[call - 1].block; }
 
     std::vector<Allocation> allocations;
     std::vector<void*> released;
 
 private:
+    static constexpr char kSoil = '\x5A';
+
     struct Memory {
-        std::vector<char> bytes = std::vector<char>(20 << 20, '\x5A');
+        std::vector<char> bytes = std::vector<char>(40 << 20, kSoil);
         std::size_t used = 0;
 
         void* take(std::size_t count) {
@@ -196,6 +202,30 @@ TEST(EbInitTest, GivesBackTheHandleAloneWhicheverAllocationFails) {
     }
 }
 
+void expectEmptyWithoutWords(const eb_l1_t& record) {
+    EXPECT_EQ(record.words, nullptr);
+    EXPECT_EQ(record.min, 0xFFFF);
+    EXPECT_EQ(record.max, 0);
+}
+
+// The allocator keeps the blocks of a failed attempt, and may look into them.
+TEST(EbInitTest, TheRecordWhoseWordsAreRefusedReadsEmpty) {
+    Ledger::soil();
+    Ledger noSummary(/*failingCall=*/4);
+    ASSERT_EQ(init(kAux, noSummary).result, -1);
+    expectEmptyWithoutWords(static_cast<eb_top_t*>(noSummary.block(2))->summary);
+
+    Ledger::soil();
+    Ledger noLeaves(/*failingCall=*/5);
+    ASSERT_EQ(init(kAux, noLeaves).result, -1);
+    expectEmptyWithoutWords(static_cast<eb_top_t*>(noLeaves.block(2))->leaves[0]);
+
+    Ledger::soil();
+    Ledger noRecords(/*failingCall=*/3 + 2 * 256 + 1);
+    ASSERT_EQ(init(kAux, noRecords).result, -1);
+    expectEmptyWithoutWords(*static_cast<eb_l1_t*>(noRecords.block(3)));
+}
+
 TEST(EbInitTest, LargeRangesAskForTheirArraysInFull) {
     // Fails in the third call, so that nothing of that size is ever touched.
     struct LargeLedger : Ledger {
@@ -239,6 +269,15 @@ TEST(EbFreeTest, LeavesNoPointerToAReleasedBlockOfWords) {
         for (const eb_l1_t& leaf : eb->tops[t].leaves) ASSERT_EQ(leaf.words, nullptr);
     }
     EXPECT_EQ(eb->top_aux[0].words, nullptr);
+}
+
+TEST(EbFreeTest, LeavesNoPointerInLaterRecordsOfTops) {
+    Ledger ledger;
+    eb_t* eb = init(2 * kAux, ledger).eb;
+    ASSERT_NE(eb->top_aux[1].words, nullptr);
+    eb_free(eb);
+    EXPECT_EQ(eb->top_aux[0].words, nullptr);
+    EXPECT_EQ(eb->top_aux[1].words, nullptr);
 }
 
 // -- eb_set and eb_is_set -------------------------------------------------------------------------

@@ -180,6 +180,17 @@ TEST(IpParseTest, ReturnsTheSameStaticRecordEachTime) {
     EXPECT_EQ(*first, v6("::1"));
 }
 
+TEST(IpParseTest, TheReentrantFormLeavesTheStaticRecord) {
+    const ip_addr_t* const record = ip_pton("1.2.3.4");
+    EXPECT_EQ(parsed("::1"), v6("::1"));
+    EXPECT_EQ(*record, v4("1.2.3.4"));
+}
+
+// In a process of its own, in which nothing was parsed yet.
+TEST(IpParseDeathTest, TheStaticRecordIsAllZeroAtFirst) {
+    EXPECT_EXIT(std::exit(*ip_pton("x") == ip_addr_t{} ? 0 : 1), testing::ExitedWithCode(0), "");
+}
+
 TEST(IpPrintTest, ATextThatDoesNotFitIsNull) {
     struct {
         ip_addr_t addr;
@@ -269,6 +280,17 @@ TEST(IpPortTextTest, TheStaticFormsOverwriteEachOther) {
     EXPECT_STREQ(alone, "::2");
     EXPECT_EQ(ip_nptop(&first, 6), withPort);
     EXPECT_STREQ(withPort, "1.2.3.4:6");
+}
+
+TEST(IpPortTextTest, TheReentrantFormsLeaveTheStaticBuffer) {
+    const ip_addr_t first = v4("1.2.3.4");
+    const ip_addr_t second = v6("::2");
+    const char* const text = ip_ntop(&first);
+    char buffer[64];
+    EXPECT_EQ(ip_nptop_r(&second, 5, buffer, sizeof buffer), 5);
+    EXPECT_STREQ(text, "1.2.3.4");
+    EXPECT_EQ(ip_ntop_r(&second, buffer, sizeof buffer), buffer);
+    EXPECT_STREQ(text, "1.2.3.4");
 }
 
 TEST(IpPortTextTest, AFailedConversionLeavesTheAddressOutOrStale) {
