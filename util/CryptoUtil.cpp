@@ -9,10 +9,12 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <exception>
 #include <memory>
 
 #include <tarnutil/Exception.h>
@@ -67,6 +69,7 @@ BUF_MEM* contentOf(BIO* sink) {
 // Gives an empty sink its final size at once; growing it step by step would cost as much as the
 // conversion. A sink that gets no memory here tries again when it is written to.
 void reserve(BIO* sink, std::size_t size) {
+    if (size > INT_MAX) return;  // OpenSSL 1.0 counts in int
     BUF_MEM* const content = contentOf(sink);
     content->data = static_cast<char*>(OPENSSL_malloc(size));
     content->max = content->data != nullptr ? size : 0;
@@ -127,7 +130,9 @@ struct Md5 {
 template <class Algorithm>
 Bytes digestOf(const Bytes& data) {
     unsigned char digest[Algorithm::size];
-    (void)Algorithm::digest(data.data(), data.size(), digest);
+    // Memory is all that a digest can lack, and lacking it ends the process like a failed
+    // allocation.
+    if (Algorithm::digest(data.data(), data.size(), digest) == nullptr) std::terminate();
     return Bytes(digest, digest + sizeof digest);
 }
 

@@ -14,6 +14,7 @@
 #include <tarnutil/Exception.h>
 
 #include "boundary.h"
+#include "uncancelled.h"
 
 namespace tarnutil {
 namespace {
@@ -211,6 +212,7 @@ FileCloser::~FileCloser() { close(); }
 
 void FileCloser::close() noexcept {
     if (stream == nullptr) return;
+    const Uncancelled whole;  // what is still to be written may be a cancellation point
     (void)std::fclose(stream);
     stream = nullptr;
 }

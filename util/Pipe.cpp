@@ -50,6 +50,7 @@ void Pipe::substitute(int fd, Type type) {
         saved = ::dup(fd);
         if (saved == -1) throw ErrnoException("Failed saving stream descriptor");
         if (::dup2(type == READ ? readEnd : writeEnd, fd) == -1) {
+            const Uncancelled whole;
             release(saved);
             throw ErrnoException("Failed to substitute stream descriptor");
         }
