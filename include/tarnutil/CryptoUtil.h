@@ -1,8 +1,8 @@
 // Base64, SHA-1 and MD5 digests, a codec of length-prefixed fields, and the authentication token
 // that is built from them. docs/token.md describes the token's format.
 //
-// Errors:  every failure throws tarnutil::Exception, and nothing else leaves. OpenSSL's error queue
-//          is neither read nor cleared.
+// Errors:  every failure throws tarnutil::Exception, and nothing else leaves: want of memory ends
+//          the process. OpenSSL's error queue is neither read nor cleared.
 // Threads: any thread may call any function. An RSA key may be used by several threads at once as
 //          far as OpenSSL allows it: no lock is taken around it.
 #ifndef TARNUTIL_CRYPTOUTIL_H
@@ -62,7 +62,8 @@ public:
     static unsigned int getUInt32T(unsigned char*& cursor, unsigned long& remaining);
     static std::string getString(unsigned char*& cursor, unsigned long& remaining);
 
-    // Append a field in the same form. Of a string's length only the low 32 bits are kept.
+    // Append a field in the same form. Of a string's length only the low 32 bits are written; its
+    // bytes are appended all the same.
     static void insertUInt32T(std::vector<unsigned char>& out, unsigned int value);
     static void insertString(std::vector<unsigned char>& out, const std::string& s);
 

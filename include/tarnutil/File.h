@@ -6,7 +6,9 @@
 //
 // Errors:  removeFile, getFileSize, getAllocatedFileSize and copy throw tarnutil::IOException and
 //          nothing else; the other operations report by result and leave errno as the failing call
-//          set it. The functions on path text, list and remove let a failed allocation pass.
+//          set it, unless said otherwise below. Want of memory ends the process in the four that
+//          throw and in makeDirectory; the functions on path text, list and remove let a failed
+//          allocation pass.
 // Threads: any thread may call any function. What other threads and processes do to the same files
 //          at the same time shows.
 #ifndef TARNUTIL_FILE_H
@@ -30,7 +32,8 @@ public:
     // false.
     static bool exists(const std::string& path, bool followLinks) noexcept;
 
-    // As exists, for a directory. With `followLinks` false a link to a directory is none.
+    // As exists, for a directory. With `followLinks` false a link to a directory is none. False
+    // for what is there but no directory says nothing in errno, which keeps an older value.
     static bool isDirectory(const std::string& path, bool followLinks) noexcept;
 
     // Removes one name that is not a directory; a symbolic link is removed itself.
@@ -46,7 +49,8 @@ public:
 
     // Returns the path one component shorter: "/a/b" and "/a/b/" yield "/a", "/a" yields "/".
     // Spaces and tabs behind a slash at the end are dropped with it; behind a name they are part of
-    // the name. The root is its own parent, and so is a path without "/".
+    // the name. The root is its own parent, and so is a path without "/". Slashes before the last
+    // component stay but for one: "a//b" yields "a/"; and "a/" yields "a".
     static std::string getParentDirectoryName(const std::string& path);
 
     // Returns `directory`, a "/" unless it is empty or ends in one, and `name`. A "/" at the start
@@ -54,7 +58,8 @@ public:
     static std::string composeFullPath(const std::string& directory, const std::string& name);
 
     // Makes the directory `path` with mode 0777 less the umask; `recursive` makes its missing
-    // parents too. Returns whether it is a directory now, made or found.
+    // parents too. Returns whether it is a directory now, made or found. False for what is there
+    // but no directory leaves errno at an older value.
     //
     // A directory that somebody else makes between the look and the making yields false, and so
     // does a recursive call for "name/", where the parent is the directory itself: it is made, but
@@ -71,7 +76,8 @@ public:
     static std::uint64_t getAllocatedFileSize(const std::string& path);
 
     // Copies the contents and the permission bits, set-user-id and the like included, of `source`
-    // to `destination`, which is made or overwritten. Links are followed.
+    // to `destination`, which is made or overwritten. Links are followed. Owner, group and times
+    // are not copied.
     //
     // Throws IOException, without the system's text:
     //   "Could not find file 'SOURCE'"                                destination left as it was
@@ -86,7 +92,7 @@ public:
 
     // Adds the names in `directory`, without "." and "..", to `names`, which is not cleared first.
     // Returns false if the directory could not be opened, with `names` untouched, or not be read to
-    // its end, with the names read so far.
+    // its end, with the names read so far. With `recursive` true, errno is then that of later calls.
     //
     // With `recursive` true, the contents of subdirectories are added as "subdirectory/name". This
     // goes one level down and no deeper, and does not enter symbolic links. Every name in `names`
@@ -97,7 +103,8 @@ public:
     // Removes a file, a symbolic link or an empty directory; with `recursive` true, a directory
     // with all that is in it, at any depth. Returns whether everything is gone: the first entry
     // that cannot be removed, in the order of names, ends the call, and what came before it is
-    // gone.
+    // gone. A path that names nothing yields false, and so does a directory that cannot be listed
+    // to its end, with nothing in it removed.
     static bool remove(const std::string& path, bool recursive);
 };
 

@@ -2,7 +2,7 @@
 //
 // Errors:  a failed system call throws ErrnoException with the call's errno, a call out of turn
 //          throws Exception; each with the message given below. restore, close and the destructor
-//          drop what fails.
+//          drop what fails. Want of memory ends the process.
 // Threads: one object belongs to one thread at a time. A substitution changes the descriptor table,
 //          which all threads of the process share.
 #ifndef TARNUTIL_PIPE_H
@@ -43,8 +43,9 @@ public:
     // is inherited like the ends. The end itself stays open too.
     //
     // Throws Exception "Already substituted" until restore is called; ErrnoException "Failed saving
-    // stream descriptor" if `fd` is not open, "Failed to substitute stream descriptor" if the end
-    // is not. `fd` is then as it was.
+    // stream descriptor" if `fd` is not open or too many descriptors are, "Failed to substitute
+    // stream descriptor" if the end is not open or dup2 fails in any other way; its number is that
+    // of closing the duplicate if that fails too. `fd` is then as it was.
     void substitute(int fd, Type type);
 
     // Makes the substituted descriptor what it was before. Without a substitution, does nothing.

@@ -1,7 +1,7 @@
 // One child program at a time, behind three pipes.
 //
 // Errors:  a failed system call throws ErrnoException with the call's errno, a call out of turn
-//          throws Exception; each with the message given below.
+//          throws Exception; each with the message given below. Want of memory ends the process.
 // Threads: one object belongs to one thread at a time.
 #ifndef TARNUTIL_PROCESSEXECUTOR_H
 #define TARNUTIL_PROCESSEXECUTOR_H
@@ -29,7 +29,10 @@ public:
     ProcessExecutor& operator=(const ProcessExecutor&) = delete;
 
     // Starts the program and returns while it runs. `argv` ends in a null pointer; its first
-    // element, or that of `args`, is the child's argv[0].
+    // element, or that of `args`, is the child's argv[0]. Neither may change until exec returns.
+    //
+    // Descriptors 0 to 2 of the caller have to be open: otherwise an end of a pipe takes such a
+    // number, and the child closes its own stream with it.
     //
     // The child inherits every descriptor of the caller that is not close-on-exec: also the
     // parent's ends of the pipes of other running children, and duplicates of what the caller's

@@ -1,7 +1,8 @@
 // A temporary file or directory that removes itself.
 //
 // Errors:  create throws ErrnoException with the errno of the failed call. clear and the destructor
-//          drop what fails: an entry that cannot be removed stays behind.
+//          drop what fails: an entry that cannot be removed stays behind. Want of memory in create
+//          ends the process.
 // Threads: one object belongs to one thread at a time.
 #ifndef TARNUTIL_TMPFILE_H
 #define TARNUTIL_TMPFILE_H
@@ -27,7 +28,8 @@ public:
     // later) or an empty directory (mode 0700), after clearing what the object owned before.
     //
     // The entry is "tmp" and six characters, in the directory that the environment variable TMPDIR
-    // names, or in /tmp if it is not set. A TMPDIR that is set but empty means the root directory.
+    // names, or in /tmp if it is not set. A TMPDIR that is set but empty means the root directory;
+    // a slash at its end is kept, as in /var/tmp//tmpXXXXXX.
     //
     // Throws ErrnoException "Failed to create temporary directory using template: " or "Failed to
     // create temporary file using template: " and the path, ending in XXXXXX. The object is then
