@@ -7,6 +7,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <type_traits>
 
 #include <tarnutil/Exception.h>
 
@@ -26,6 +27,8 @@ using testing::ThrowsMessage;
 using testing::UnorderedElementsAre;
 
 using Bytes = std::vector<unsigned char>;
+
+static_assert(!std::is_default_constructible_v<CryptoUtil>);
 
 Bytes bytes(const std::string& text) { return Bytes(text.begin(), text.end()); }
 

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <type_traits>
 
 #include <tarnutil/Exception.h>
 
@@ -28,6 +29,11 @@ using testing::IsEmpty;
 using testing::ThrowsMessage;
 
 using Names = std::set<std::string>;
+
+static_assert(!std::is_default_constructible_v<File>);
+static_assert(!std::is_polymorphic_v<FileCloser> && sizeof(FileCloser) == sizeof(std::FILE*));
+static_assert(!std::is_copy_constructible_v<FileCloser> && !std::is_copy_assignable_v<FileCloser>);
+static_assert(!std::is_convertible_v<std::FILE*, FileCloser>, "taking over a stream is said");
 
 std::string text(int error) { return Exception::getStrerror(error); }
 
@@ -253,6 +259,7 @@ const PathCase kPathCases[] = {
     {"/a/b/",      "",        "/a/b",     "/a"},
     {"/a/b//",     "",        "/a/b/",    "/a"},
     {"/a/b/ \t",   " \t",     "/a/b",     "/a"},
+    {"/a/b/ /",    "",        "/a/b/ ",   "/a"},
     {"/a/b/\n",    "\n",      "/a/b",     "/a/b"},
     {"/a/b \t",    "b \t",    "/a",       "/a"},
     {"/a /",       "",        "/a ",      "/"},
@@ -425,6 +432,14 @@ TEST(FileTest, NewDirectoriesGetEveryPermissionThatTheUmaskLeaves) {
     EXPECT_EQ(permissions(dir / "a/b"), 0750U);
 }
 
+TEST(FileTest, WithoutAUmaskNewDirectoriesGetEveryPermission) {
+    const ScratchDir dir;
+    const Umask mask(0);
+    EXPECT_TRUE(File::makeDirectory(dir / "a/b", /*recursive=*/true));
+    EXPECT_EQ(permissions(dir / "a"), 0777U);
+    EXPECT_EQ(permissions(dir / "a/b"), 0777U);
+}
+
 // ---- copying ------------------------------------------------------------------------------------
 
 class FileCopyTest : public testing::TestWithParam<std::size_t> {};
@@ -451,6 +466,18 @@ TEST(FileTest, ACopyHasThePermissionBitsOfItsSource) {
         EXPECT_EQ(permissions(dir / "copy"), mode);
         File::removeFile(dir / "copy");
     }
+}
+
+TEST(FileTest, ACopyDoesNotHaveTheTimesOfItsSource) {
+    const ScratchDir dir;
+    const std::string source = dir.write("source", "content");
+    const timespec longAgo[] = {{1000, 0}, {2000, 0}};  // read and changed
+    ASSERT_EQ(utimensat(AT_FDCWD, source.c_str(), longAgo, 0), 0);
+    File::copy(source, dir / "copy");
+    struct stat copied {};
+    ASSERT_EQ(stat((dir / "copy").c_str(), &copied), 0);
+    EXPECT_GT(copied.st_atim.tv_sec, 2000);
+    EXPECT_GT(copied.st_mtim.tv_sec, 2000);
 }
 
 TEST(FileTest, CopyingOverALongerFileLeavesNoneOfItsContent) {
@@ -678,6 +705,16 @@ TEST(FileTest, AReadErrorEndsTheListingButKeepsItsNames) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
+TEST(FileTest, ADirectoryThatCannotBeOpenedIsNotGoneDownInto) {
+    const ScratchDir dir;
+    makeTree(dir);
+    Names names = {"s"};
+    const Fault fault(Call::opendir, EACCES);
+    EXPECT_FALSE(File::list(dir.path(), names, /*recursive=*/true));
+    EXPECT_TRUE(fault.hasFired());
+    EXPECT_THAT(names, ElementsAre("s"));
+}
+
 TEST(FileTest, AListingThatBrokeOffStillGoesDown) {
     const ScratchDir dir;
     makeTree(dir);
@@ -783,6 +820,17 @@ TEST(FileTest, TheFirstEntryThatStaysEndsTheRemoval) {
     Names names;
     EXPECT_TRUE(File::list(dir / "d", names, /*recursive=*/false));
     EXPECT_THAT(names, ElementsAre("b", "c"));
+}
+
+TEST(FileTest, ADirectoryThatStaysWhenItIsEmptyIsAFailure) {
+    const ScratchDir dir;
+    makeDirectories(dir, {"d"});
+    dir.write("d/a", "");
+    const Fault fault(Call::remove, EBUSY, 2);
+    EXPECT_FALSE(File::remove(dir / "d", /*recursive=*/true));
+    EXPECT_EQ(errno, EBUSY);
+    EXPECT_FALSE(File::exists(dir / "d/a", /*followLinks=*/false));
+    EXPECT_TRUE(File::isDirectory(dir / "d", /*followLinks=*/false));
 }
 
 TEST(FileTest, EveryRemovalLooksFirstWhetherItIsADirectory) {

@@ -616,6 +616,34 @@ TEST_F(ProcessExecutorTest, DestructionSendsTheTerminationSignalThenWaits) {
     EXPECT_THAT(steps[1], testing::MatchesRegex("waitpid\\([0-9]+, 0\\)"));
 }
 
+TEST_F(ProcessExecutorTest, DestructionWithoutAChildNeitherSignalsNorWaits) {
+    std::vector<std::string> steps;
+    {
+        auto idle = std::make_unique<ProcessExecutor>(kTrue);
+        auto waitedFor = std::make_unique<ProcessExecutor>(kTrue);
+        waitedFor->exec({"true"});
+        EXPECT_EQ(waitedFor->wait(), 0);
+        const Trail trail({Call::kill, Call::waitpid});
+        idle.reset();
+        waitedFor.reset();
+        steps = trail.ofParent();
+    }
+    EXPECT_THAT(steps, IsEmpty());
+}
+
+TEST_F(ProcessExecutorTest, DestructionClosesThePipesInReverse) {
+    auto idle = std::make_unique<ProcessExecutor>(kTrue);
+    std::vector<std::string> expected;
+    for (Pipe* const pipe : {&idle->stderrPipe, &idle->stdoutPipe, &idle->stdinPipe}) {
+        pipe->open();
+        expected.push_back(call("close", pipe->getDescriptor(Pipe::WRITE)));
+        expected.push_back(call("close", pipe->getDescriptor(Pipe::READ)));
+    }
+    const Trail trail({Call::close});
+    idle.reset();
+    EXPECT_EQ(trail.ofParent(), expected);
+}
+
 TEST_F(ProcessExecutorTest, DestructionWaitsForAChildThatIgnoresTheSignal) {
     const ScratchDir dir;
     const std::string fifo = dir / "fifo";

@@ -6,6 +6,7 @@
 #include <pthread.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstdlib>
 #include <memory>
 #include <stdexcept>
@@ -157,6 +158,30 @@ void waitForADeadlineInVain() {
     (void)condition.timedWait(mutex, 0);
 }
 
+// A field of 100 bytes, and what else the operations are given, made before memory runs out too.
+std::vector<unsigned char> prepared_field = [] {
+    std::vector<unsigned char> field(104, 'x');
+    field[0] = 100;
+    field[1] = field[2] = field[3] = 0;
+    return field;
+}();
+std::vector<unsigned char> prepared_bytes = kBytes;
+std::string prepared_base64(100, 'A');
+
+void readALongString() {
+    unsigned char* cursor = prepared_field.data();
+    unsigned long remaining = prepared_field.size();
+    (void)CryptoUtil::getString(cursor, remaining);
+}
+
+void signalAChildInVain() {
+    ProcessExecutor child("/bin/cat");
+    const char* argv[] = {"cat", nullptr};
+    child.exec(argv);
+    const Fault fault(Call::kill, EPERM);
+    child.kill(SIGTERM);
+}
+
 const BoundaryCase kBoundaryCases[] = {
     {"Mutex", buildNoMutex},
     {"Mutex::tryLock", tryInVain},
@@ -174,9 +199,19 @@ const BoundaryCase kBoundaryCases[] = {
      [] { Executor::execute(std::move(prepared_batch), nullptr, nullptr, nullptr, nullptr); }},
     {"CryptoUtil::base64Encode", [] { (void)CryptoUtil::base64Encode(kBytes); }},
     {"CryptoUtil::computeSha1Digest", [] { (void)CryptoUtil::computeSha1Digest(kLongPath); }},
+    {"CryptoUtil::computeSha1Digest of bytes",
+     [] { (void)CryptoUtil::computeSha1Digest(prepared_bytes); }},
+    {"CryptoUtil::computeMd5Digest", [] { (void)CryptoUtil::computeMd5Digest(kLongPath); }},
+    {"CryptoUtil::computeMd5Digest of bytes",
+     [] { (void)CryptoUtil::computeMd5Digest(prepared_bytes); }},
+    {"CryptoUtil::base64Decode",
+     [] { (void)CryptoUtil::base64Decode(std::move(prepared_base64)); }},
+    {"CryptoUtil::getString", readALongString},
+    {"CryptoUtil::insertHash", [] { CryptoUtil::insertHash(prepared_bytes); }},
     {"TmpFile::create", createBelowALongPath},
     {"Pipe::substitute", [] { Pipe().substitute(-1, Pipe::READ); }},
     {"ProcessExecutor::exec", [] { ProcessExecutor("").exec(std::vector<std::string>()); }},
+    {"ProcessExecutor::kill", signalAChildInVain},
     {"File::removeFile", [] { File::removeFile(kLongPath); }},
     {"File::getFileSize", [] { (void)File::getFileSize(kLongPath); }},
     {"File::getAllocatedFileSize", [] { (void)File::getAllocatedFileSize(kLongPath); }},

@@ -95,19 +95,27 @@ Bytes plaintext(unsigned int timestamp, const std::string& user, unsigned int co
     return signedBytes(data);
 }
 
-// Encrypts any bytes, of any size, as a token.
-Bytes sealedBytes(const Bytes& data, RSA* with) {
-    const std::size_t size = static_cast<std::size_t>(RSA_size(with));
+// Encrypts one piece of a plaintext.
+Bytes sealedBlock(const unsigned char* data, std::size_t length, RSA* with) {
+    Bytes block(static_cast<std::size_t>(RSA_size(with)));
+    EXPECT_EQ(
+        RSA_private_encrypt(static_cast<int>(length), data, block.data(), with, RSA_PKCS1_PADDING),
+        RSA_size(with));
+    return block;
+}
+
+// Encrypts any bytes, of any size, in pieces of at most `piece` bytes.
+Bytes sealedInPieces(const Bytes& data, std::size_t piece, RSA* with) {
     Bytes sealed;
-    for (std::size_t at = 0; at < data.size(); at += size - 11) {
-        Bytes block(size);
-        const std::size_t length = std::min(size - 11, data.size() - at);
-        EXPECT_EQ(RSA_private_encrypt(static_cast<int>(length), data.data() + at, block.data(),
-                                      with, RSA_PKCS1_PADDING),
-                  RSA_size(with));
-        sealed += block;
+    for (std::size_t at = 0; at < data.size(); at += piece) {
+        sealed += sealedBlock(data.data() + at, std::min(piece, data.size() - at), with);
     }
     return sealed;
+}
+
+// Encrypts any bytes, of any size, as a token.
+Bytes sealedBytes(const Bytes& data, RSA* with) {
+    return sealedInPieces(data, static_cast<std::size_t>(RSA_size(with)) - 11, with);
 }
 
 std::string sealed(const Bytes& data, RSA* with = key(1024)) {
@@ -291,6 +299,16 @@ TEST(TokenTest, ATokenMayEndBehindTheUser) {
     EXPECT_EQ(open(sealed(signedBytes(Bytes(8)))), (Result{"", {{"(name)", "(value)"}}, 0}));
 }
 
+TEST(TokenTest, BlocksMayHoldLessThanTheyCouldOrNothing) {
+    const Bytes whole = plaintext(5, "someone", 2, {"a=1", "b=2"});
+    const auto middle = whole.begin() + 40;
+    Bytes pieces = sealedInPieces(Bytes(whole.begin(), middle), 20, key(1024));
+    pieces += sealedBlock(whole.data(), 0, key(1024));
+    pieces += sealedInPieces(Bytes(middle, whole.end()), 20, key(1024));
+    EXPECT_EQ(open(CryptoUtil::base64Encode(pieces)),
+              (Result{"someone", {{"a", "1"}, {"b", "2"}}, 5}));
+}
+
 TEST(TokenTest, TheFirstDigestIsNotChecked) {
     Bytes data = integer(5);
     data += field("u");
@@ -330,6 +348,14 @@ TEST(TokenTest, AttributesMayNotReachBeyondTheFinalDigest) {
 TEST(TokenTest, APlaintextBelow28BytesIsTooShort) {
     for (std::size_t size = 0; size < 8; ++size) {
         const auto [message, result] = refusal(sealed(signedBytes(Bytes(size))));
+        EXPECT_EQ(message, kTooShort) << size;
+        EXPECT_EQ(result, Result()) << size;
+    }
+}
+
+TEST(TokenTest, APlaintextTooSmallForItsDigestAndFieldsIsTooShort) {
+    for (std::size_t size = 1; size < 28; ++size) {
+        const auto [message, result] = refusal(sealed(Bytes(size, 1)));
         EXPECT_EQ(message, kTooShort) << size;
         EXPECT_EQ(result, Result()) << size;
     }

@@ -92,7 +92,7 @@ public:
 
     // Adds the names in `directory`, without "." and "..", to `names`, which is not cleared first.
     // Returns false if the directory could not be opened, with `names` untouched, or not be read to
-    // its end, with the names read so far. With `recursive` true, errno is then that of later calls.
+    // its end, with the names read so far. With `recursive` true, later calls have then set errno.
     //
     // With `recursive` true, the contents of subdirectories are added as "subdirectory/name". This
     // goes one level down and no deeper, and does not enter symbolic links. Every name in `names`
