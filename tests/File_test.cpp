@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <pthread.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -12,6 +13,7 @@
 
 #include <tarnutil/Exception.h>
 
+#include "cancelled.h"
 #include "fail_each.h"
 #include "fault.h"
 #include "leaks.h"
@@ -870,6 +872,29 @@ TEST(FileCloserTest, TakesNoStreamForNothingToDo) {
         closer.close();
     }
     EXPECT_EQ(Fault::calls(Call::fclose), closed);
+}
+
+TEST(FileCloserTest, ClosingOutlastsACancellation) {
+    const ScratchDir dir;
+    const std::set<int> before = openDescriptors();
+    for (const bool atTheEnd : {false, true}) {
+        const std::string path = dir / (atTheEnd ? "destroyed" : "closed");
+        bool closed = false;
+        EXPECT_TRUE(endsCancelled([&] {
+            {
+                FILE* const stream = fopen(path.c_str(), "w");
+                FileCloser closer(stream);
+                EXPECT_GE(fputs("unwritten until now", stream), 0);
+                pthread_cancel(pthread_self());
+                if (!atTheEnd) closer.close();
+            }
+            closed = true;
+            pthread_testcancel();
+        })) << "the cancellation comes once the stream is closed";
+        EXPECT_TRUE(closed);
+        EXPECT_EQ(readFile(path), "unwritten until now");
+    }
+    EXPECT_EQ(openDescriptors(), before);
 }
 
 TEST(FileCloserTest, AFailedCloseIsNotReportedAndNotRepeated) {

@@ -453,6 +453,18 @@ TEST_F(PipeTest, CleaningUpOutlastsACancellation) {
     EXPECT_THAT(added(), IsEmpty());
 }
 
+TEST_F(PipeTest, AFailedSubstitutionOutlastsACancellation) {
+    Pipe pipe;
+    std::string said;
+    EXPECT_TRUE(endsCancelled([&] {
+        pthread_cancel(pthread_self());
+        said = thrown([&] { pipe.substitute(standIn, Pipe::WRITE); });
+        pthread_testcancel();
+    })) << "the cancellation comes once the failure is told";
+    EXPECT_EQ(said, errnoThrown("Failed to substitute stream descriptor", EBADF));
+    EXPECT_THAT(added(), IsEmpty());
+}
+
 TEST(PipeDeathTest, AnythingButAnExceptionEndsTheProcess) {
     Pipe pipe;
     EXPECT_EXIT(
