@@ -28,9 +28,14 @@ BioPtr reading(const std::string& bytes) {
 
 std::vector<std::string> drainErrors() {
     std::vector<std::string> errors;
-    while (const unsigned long error = ERR_get_error()) {
+    const char* file = nullptr;
+    int line = 0;
+    while (const unsigned long error = ERR_get_error_line(&file, &line)) {
         errors.push_back(std::to_string(ERR_GET_LIB(error)) + ":" +
                          std::to_string(ERR_GET_REASON(error)));
+        if (std::string(file) == "util/cert.cpp") {
+            errors.back() += " line " + std::to_string(line);
+        }
     }
     return errors;
 }

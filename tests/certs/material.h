@@ -33,7 +33,8 @@ X509Ptr certificate(const std::string& name);
 // A BIO over `bytes`, which have to outlive it.
 BioPtr reading(const std::string& bytes);
 
-// What the error queue holds, oldest first, as "library:reason"; empties it.
+// What the error queue holds, oldest first, as "library:reason", with " line n" behind what the
+// library itself queued; empties it.
 std::vector<std::string> drainErrors();
 
 // Runs `run` twice: the second time, when OpenSSL's caches are filled, it may hold nothing more.
