@@ -20,6 +20,7 @@
 
 #include "fault.h"
 #include "leaks.h"
+#include "record.h"
 
 using namespace tarnutil;
 using namespace tarnutil_test;
@@ -403,7 +404,9 @@ TEST(GetStrerrorTest, IsTheSystemsText) {
 
 TEST(GetStrerrorTest, NullTextIsSaidSo) {
     crafted_text = [](int, char*, std::size_t) { return nullptr; };
-    EXPECT_EQ(Exception::getStrerror(EIO), "strerror_r returned NULL");
+    const std::string text = Exception::getStrerror(EIO);
+    EXPECT_EQ(text, "strerror_r returned NULL");
+    record("text", text);
     crafted_text = nullptr;
 }
 
@@ -445,6 +448,7 @@ TEST(CheckErrorTest, PosixFormKeepsTheBufferUnlessItFailed) {
     EXPECT_STREQ(buf, "text");
     EXPECT_EQ(check_error(EINVAL, buf, 7), buf);
     EXPECT_STREQ(buf, "unknown error: 7");
+    record("text", buf);
     EXPECT_STREQ(check_error(-1, buf, -12), "unknown error: -12");
 }
 

@@ -4,6 +4,7 @@
 
 #include "fault.h"
 #include "material.h"
+#include "record.h"
 #include "scratch_dir.h"
 
 namespace tarnutil_test {
@@ -99,6 +100,10 @@ TEST_F(ChainTest, DamageInTheChainIsRefusedAfterWhatStandsBeforeIt) {
     EXPECT_THAT(chainNames(), ElementsAre("issuing"));
 }
 
+void recordQueued(const char* file, int line) {
+    record("error queue", std::string(file) + ":" + std::to_string(line));
+}
+
 struct ChainError {
     const char* says;
     std::string path;
@@ -123,6 +128,7 @@ TEST_F(ChainTest, FailuresBeforeTheFirstCertificateAreQueuedWithTheirLine) {
         EXPECT_EQ(ERR_GET_REASON(error), 7) << row.says;
         EXPECT_STREQ(file, "util/cert.cpp");
         EXPECT_EQ(line, row.line) << row.says;
+        recordQueued(file, line);
         EXPECT_EQ(leafName(), "(none)");
         EXPECT_THAT(chainNames(), ElementsAre("unrelated")) << row.says;
     }
@@ -132,11 +138,13 @@ TEST_F(ChainTest, WithoutABioTheFirstLineIsQueued) {
     const Fault fault(Call::BIO_new, 0);
     ERR_put_error(ERR_LIB_USER, 0, 1, "stale", 1);
     EXPECT_EQ(use(material("chain.pem")), 0);
+    const char* file = nullptr;
     int line = 0;
-    const unsigned long error = ERR_peek_error_line(nullptr, &line);
+    const unsigned long error = ERR_peek_error_line(&file, &line);
     EXPECT_EQ(ERR_GET_LIB(error), ERR_LIB_SSL);
     EXPECT_EQ(ERR_GET_REASON(error), 7);
     EXPECT_EQ(line, 341);
+    recordQueued(file, line);
     EXPECT_EQ(drainErrors().size(), 1u) << "the stale one is forgotten";
 }
 

@@ -4,27 +4,24 @@
 import pathlib
 import re
 import subprocess
+import sys
 import unittest
+
+sys.dont_write_bytecode = True
+
+from names import plain_name, readable_names
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 PAGES = sorted(path for path in (ROOT / "docs/man").iterdir() if path.suffix in (".1", ".3", ".7"))
 SECTION_3 = [page for page in PAGES if page.suffix == ".3"]
 
 
-def plain_name(readable):
-    """The name alone: without result, template and function arguments, ABI tag and const."""
-    name = re.sub(r"^(typeinfo|typeinfo name|vtable) for ", "", readable.replace("[abi:cxx11]", ""))
-    while (shorter := re.sub(r"<[^<>]*>|\([^()]*\)", "", name)) != name:
-        name = shorter
-    return name.removesuffix(" const").split()[-1]
-
-
 def exported_names():
     """Functions, objects and classes; a constructor or destructor counts as its class, and the class
     of a member is a name too."""
     names = set()
-    for line in (ROOT / "tests/interface/exported_names.txt").read_text().splitlines():
-        scope, _, last = plain_name(line.split("\t")[1]).rpartition("::")
+    for name in readable_names():
+        scope, _, last = plain_name(name).rpartition("::")
         if scope not in ("", "tarnutil"):
             names.add(scope)
         if last.lstrip("~") != scope.split("::")[-1]:

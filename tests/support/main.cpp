@@ -6,6 +6,8 @@
 #include <csignal>
 #include <cstdlib>
 
+#include "record.h"
+
 #ifdef TARNUTIL_COVERAGE
 extern "C" void __gcov_dump();
 
@@ -22,6 +24,7 @@ void countBeforeAborting(int) {
 
 int main(int argc, char** argv) {
     if (std::getenv("GLIBC_TUNABLES") == nullptr) {
+        tarnutil_test::startRecord();
         setenv("GLIBC_TUNABLES", "glibc.malloc.tcache_count=0", /*overwrite=*/1);
         execv("/proc/self/exe", argv);
     }
