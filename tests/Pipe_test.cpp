@@ -57,6 +57,21 @@ std::string readText(int fd) {
 
 bool isOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
 
+// While one lives, descriptor 0 is free: the next to be opened.
+class StdinClosed {
+public:
+    StdinClosed() { close(STDIN_FILENO); }
+    ~StdinClosed() {
+        dup2(kept, STDIN_FILENO);
+        close(kept);
+    }
+    StdinClosed(const StdinClosed&) = delete;
+    StdinClosed& operator=(const StdinClosed&) = delete;
+
+private:
+    const int kept = dup(STDIN_FILENO);
+};
+
 // Every test leaves the descriptors of the process as it found them, and none may change the
 // standard streams for good.
 class PipeTest : public testing::Test {
@@ -125,6 +140,17 @@ TEST_F(PipeTest, SecondOpenIsRefusedWhileAnEndIsOpen) {
     }
     pipe.open();
     EXPECT_EQ(added().size(), 2U);
+}
+
+TEST_F(PipeTest, AnEndMayBeDescriptorZero) {
+    const StdinClosed stdinClosed;
+    Pipe pipe;
+    pipe.open();
+    ASSERT_EQ(pipe.getDescriptor(Pipe::READ), 0);
+    pipe.close(Pipe::WRITE);
+    EXPECT_EQ(thrown([&] { pipe.open(); }), "tarnutil::Exception: Already opened");
+    pipe.close(Pipe::READ);
+    EXPECT_FALSE(isOpen(0));
 }
 
 TEST_F(PipeTest, FailedOpenLeavesThePipeClosed) {
@@ -218,6 +244,29 @@ TEST_F(PipeTest, StandardOutputCanBeCaptured) {
     EXPECT_EQ(readText(pipe.getDescriptor(Pipe::READ)), "captured");
     pipe.restore();
     EXPECT_EQ(fileOf(STDOUT_FILENO), original);
+}
+
+TEST_F(PipeTest, StandardInputCanBeFed) {
+    const auto original = fileOf(STDIN_FILENO);
+    Pipe pipe(STDIN_FILENO, Pipe::READ);
+    writeText(pipe.getDescriptor(Pipe::WRITE), "fed");
+    EXPECT_EQ(readText(STDIN_FILENO), "fed");
+    pipe.restore();
+    EXPECT_EQ(fileOf(STDIN_FILENO), original);
+}
+
+TEST_F(PipeTest, AStreamMayBeSavedAsDescriptorZero) {
+    const auto original = fileOf(standIn);
+    Pipe pipe;
+    pipe.open();
+    const StdinClosed stdinClosed;
+    pipe.substitute(standIn, Pipe::WRITE);
+    ASSERT_EQ(fileOf(0), original);
+    EXPECT_EQ(thrown([&] { pipe.substitute(standIn, Pipe::WRITE); }),
+              "tarnutil::Exception: Already substituted");
+    pipe.restore();
+    EXPECT_EQ(fileOf(standIn), original);
+    EXPECT_FALSE(isOpen(0));
 }
 
 TEST_F(PipeTest, SubstitutedStreamReadsFromThePipe) {
