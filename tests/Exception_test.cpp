@@ -130,6 +130,7 @@ const LineCase kLineCases[] = {
     {"a second opening belongs to the function",        "m((fun+0x1)",                             "m((fun+0x1)"},
     {"a plus before the parenthesis is the module's",   "m+(fun+0x1)",                             "m+(fun+0x1)"},
     {"the offset may be empty",                         "m(fun+)",                                 "m(fun+)"},
+    {"and what follows is dropped then too",            "m(fun+) and more",                        "m(fun+)"},
     {"no other character ends a function",              "m(fun#one+0x1)",                          "m(fun#one+0x1)"},
     {"no other character is skipped in front",          "#m(fun+0x1)",                             "#m(fun+0x1)"},
     {"what follows is dropped",                         "m(fun+0x1) and more (of it)",             "m(fun+0x1)"},
@@ -189,6 +190,18 @@ TEST_F(StackTraceTest, FailedAllocationMakesAnEmptyTrace) {
 TEST_F(StackTraceTest, ExceptionOfNoStandardClassMakesAnEmptyTrace) {
     crafted_demangling = []() -> char* { throw 1; };
     EXPECT_THAT(TraceableException().getStackTrace(), IsEmpty());
+}
+
+TEST_F(StackTraceTest, LineTakesThreeAllocations) {
+    const std::vector<const char*> lines = {
+        "/usr/lib/server(a_function_whose_name_is_longer_than_any_short_string+0x123456789ABC)"};
+    crafted_symbols = [&] { return symbolBlock(lines); };
+    const Fault frames(Call::backtrace, 1);
+    const unsigned long before = Fault::calls(Call::operator_new);
+    const TraceableException e;
+    EXPECT_EQ(Fault::calls(Call::operator_new) - before, 3U)
+        << "the list, the function's name and the line, which is made in its full length";
+    EXPECT_THAT(e.getStackTrace(), testing::ElementsAreArray(lines));
 }
 
 TEST_F(StackTraceTest, IsCapturedBeforeTheMessageIsCopied) {
@@ -366,6 +379,15 @@ TEST(ErrnoExceptionTest, CreateMsgDoesNotGroupDigits) {
     const std::string message = ErrnoException::createMsg("X", 12345);
     std::locale::global(before);
     EXPECT_EQ(message, "X: errno 12345: Unknown error 12345");
+}
+
+TEST(ErrnoExceptionTest, CreateMsgTakesOneAllocationMoreThanTheText) {
+    const std::string what(100, 'x');
+    const unsigned long before = Fault::calls(Call::operator_new);
+    (void)Exception::getStrerror(ENOENT);
+    const unsigned long between = Fault::calls(Call::operator_new);
+    (void)ErrnoException::createMsg(what, ENOENT);
+    EXPECT_EQ(Fault::calls(Call::operator_new) - between, between - before + 1);
 }
 
 // Builds `count` exceptions with `errnum`; how many came out right.

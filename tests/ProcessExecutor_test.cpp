@@ -168,6 +168,15 @@ TEST_F(ProcessExecutorTest, ArgumentVectorIsGivenAsItIs) {
     EXPECT_EQ(child.wait(), 0);
 }
 
+TEST_F(ProcessExecutorTest, ArgumentVectorIsOneAllocation) {
+    for (const std::vector<std::string>& args : {shell("exit 0"), std::vector<std::string>{}}) {
+        ProcessExecutor child(kShell);
+        const unsigned long before = Fault::calls(Call::operator_new);
+        child.exec(args);
+        EXPECT_EQ(Fault::calls(Call::operator_new) - before, 1U) << args.size() << " arguments";
+    }
+}
+
 TEST_F(ProcessExecutorTest, ClosingTheInputGivesTheChildItsEnd) {
     ProcessExecutor child(kCat);
     child.exec({"cat"});
