@@ -47,7 +47,8 @@ class MessagesTest(unittest.TestCase):
 class ProvokedTest(unittest.TestCase):
     """What judges the records of the test programs."""
 
-    ALL = [(kind, messages.PLACE.sub("5", text.replace("{TEXT}", "Input/output error"))) for kind, text in provoked.ROWS]
+    ALL = [(kind, messages.PLACE.sub("5", text.replace("{TEXT}", "Input/output error")))
+           for kind, text in provoked.ROWS]
 
     def test_records_of_every_message_are_enough(self):
         self.assertEqual(provoked.failures(self.ALL), [])

@@ -5,6 +5,7 @@ import pathlib
 import re
 import subprocess
 import sys
+import tempfile
 import unittest
 
 sys.dont_write_bytecode = True
@@ -53,6 +54,13 @@ class ManualTest(unittest.TestCase):
     def test_no_name_is_on_two_pages(self):
         names = manual_names()
         self.assertEqual([name for name in set(names) if names.count(name) > 1], [])
+
+    def test_section_3_is_what_its_generator_makes_of_the_headers(self):
+        with tempfile.TemporaryDirectory() as folder:
+            subprocess.run([ROOT / "docs/man/section3", folder], check=True)
+            for page in SECTION_3:
+                made = pathlib.Path(folder, page.name).read_text(encoding="utf-8")
+                self.assertEqual(page.read_text(encoding="utf-8"), made, "./dev docs makes the pages anew")
 
     def test_every_page_formats_without_a_warning(self):
         for page in PAGES:
