@@ -16,11 +16,13 @@
 #include <ctime>
 #include <exception>
 #include <memory>
+#include <string_view>
 
 #include <tarnutil/Exception.h>
 #include <tarnutil/File.h>
 
 #include "boundary.h"
+#include "key_value.h"
 #include "openssl.h"
 
 namespace tarnutil {
@@ -66,6 +68,14 @@ BUF_MEM* contentOf(BIO* sink) {
     return content;
 }
 
+// What a sink holds in the end. It is not wiped when the sink goes, which would take a twentieth of
+// the time and protect nothing: the caller gets a copy that stays.
+const BUF_MEM* finalContentOf(BIO* sink) {
+    BUF_MEM* const content = contentOf(sink);
+    content->max = 0;
+    return content;
+}
+
 // Gives an empty sink its final size at once; growing it step by step would cost as much as the
 // conversion. A sink that gets no memory here tries again when it is written to.
 void reserve(BIO* sink, std::size_t size) {
@@ -102,7 +112,7 @@ Bytes decoded(const std::string& text) {
     const BioPtr sink = memorySink();
     reserve(sink.get(), text.size() / 4 * 3);
     drain(chain, sink.get());
-    const BUF_MEM* const content = contentOf(sink.get());
+    const BUF_MEM* const content = finalContentOf(sink.get());
     const auto* const data = reinterpret_cast<const unsigned char*>(content->data);
     return {data, data + content->length};
 }
@@ -238,15 +248,22 @@ void checkFinalDigest(const Bytes& plaintext) {
     }
 }
 
+// The next field of text, which lies where it was read. As getString.
+std::string_view nextField(unsigned char*& cursor, unsigned long& remaining) {
+    const unsigned int length = CryptoUtil::getUInt32T(cursor, remaining);
+    if (remaining < length) throw Exception(kTooShort);
+    const std::string_view field(reinterpret_cast<const char*>(cursor), length);
+    cursor += length;
+    remaining -= length;
+    return field;
+}
+
 // Reads the number of attributes and then each of them as NAME=VALUE.
 Attributes readAttributes(unsigned char* cursor, unsigned long remaining) {
     Attributes attributes;
     const unsigned int count = CryptoUtil::getUInt32T(cursor, remaining);
     for (unsigned int i = 0; i < count; ++i) {
-        const std::string entry = CryptoUtil::getString(cursor, remaining);
-        const std::size_t nameEnd = std::min(entry.find('='), entry.size());
-        const std::size_t valueStart = std::min(nameEnd + 1, entry.size());
-        attributes[entry.substr(0, nameEnd)] = entry.substr(valueStart);
+        store(attributes, nextField(cursor, remaining));
     }
     return attributes;
 }
@@ -261,7 +278,7 @@ std::string CryptoUtil::base64Encode(const std::vector<unsigned char>& data) {
         BIO* const chain = BIO_push(filter.get(), sink.get());
         if (!writeAll(chain, data.data(), data.size())) throw Exception("Could not write to BIO.");
         if (BIO_flush(chain) != 1) throw Exception("Could not flush BIO.");
-        const BUF_MEM* const text = contentOf(sink.get());
+        const BUF_MEM* const text = finalContentOf(sink.get());
         return std::string(text->data, text->length);
     });
 }
@@ -304,14 +321,7 @@ unsigned int CryptoUtil::getUInt32T(unsigned char*& cursor, unsigned long& remai
 }
 
 std::string CryptoUtil::getString(unsigned char*& cursor, unsigned long& remaining) {
-    return admitOnly<Exception>([&] {
-        const unsigned int length = getUInt32T(cursor, remaining);
-        if (remaining < length) throw Exception(kTooShort);
-        std::string text(cursor, cursor + length);
-        cursor += length;
-        remaining -= length;
-        return text;
-    });
+    return admitOnly<Exception>([&] { return std::string(nextField(cursor, remaining)); });
 }
 
 void CryptoUtil::insertUInt32T(std::vector<unsigned char>& out, unsigned int value) {
