@@ -300,7 +300,7 @@ TEST(SplitRandomTest, AppendsWhatTheRulesSay) {
     Random random;
     for (int i = 0; i < kRandomRounds; ++i) {
         const char separator = random.upTo(1) == 0 ? ',' : '\0';
-        const std::string text = random.text(40, "ab,\0\xFF"s);
+        const std::string text = random.text(i % 2 == 0 ? 40 : 300, "ab,\0\xFF"s);
         const auto max = static_cast<unsigned>(random.upTo(8));
         Strings expected(random.upTo(5), "x");
         Strings out = expected;
@@ -323,6 +323,13 @@ TEST(SplitGrowthTest, RepeatedCallsMoveTheElementsFewTimes) {
     }
     EXPECT_EQ(out.size(), 200000U);
     EXPECT_LE(moves, 20);
+}
+
+TEST(SplitGrowthTest, RoomIsMadeOnceForAllPieces) {
+    Strings out;
+    StringUtil::split(std::string(100000, ','), ',', out);
+    EXPECT_EQ(out.size(), 100001U);
+    EXPECT_EQ(out.capacity(), 100001U);
 }
 
 TEST(SplitGrowthTest, ALimitLimitsTheRoomThatIsMade) {

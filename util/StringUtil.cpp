@@ -1,7 +1,5 @@
 #include <tarnutil/StringUtil.h>
 
-#include <emmintrin.h>
-
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -14,8 +12,10 @@
 
 #include <tarnutil/Exception.h>
 
+#include "block.h"
 #include "boundary.h"
 #include "ip_text.h"
+#include "key_value.h"
 
 namespace tarnutil {
 namespace {
@@ -24,13 +24,8 @@ using Bytes = std::vector<unsigned char>;
 using Strings = std::vector<std::string>;
 using Map = std::map<std::string, std::string>;
 
-// Sixteen bytes at a time, with what every x86-64 processor has: the bytes at `at`, and one bit for
-// each byte of a comparison's result.
-constexpr std::size_t kBlock = sizeof(__m128i);
-
-__m128i load(const char* at) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(at)); }
-
-unsigned maskOf(__m128i comparison) { return static_cast<unsigned>(_mm_movemask_epi8(comparison)); }
+// As many bytes as a string holds without an allocation.
+constexpr std::size_t kShort = 15;
 
 // A set of byte values.
 class ByteSet {
@@ -56,8 +51,8 @@ public:
         return buffer + used;
     }
 
-    // That many bytes of the space are filled.
-    void filled(std::size_t length) { used += length; }
+    // The space is filled up to `end`.
+    void filledTo(const char* end) { used = static_cast<std::size_t>(end - buffer); }
 
     void append(std::string_view part) {
         if (part.size() > kSpace) {
@@ -65,13 +60,28 @@ public:
             text.append(part);
             return;
         }
-        std::memcpy(space(part.size()), part.data(), part.size());
-        filled(part.size());
+        char* const to = space(part.size());
+        std::memcpy(to, part.data(), part.size());
+        filledTo(to + part.size());
+    }
+
+    // Leaves in `out` what was built. What the buffer holds is allocated at its size, or goes where
+    // `out` has room for it.
+    void moveTo(std::string& out) {
+        if (text.empty() && used <= out.capacity()) {
+            out.assign(buffer, used);
+        } else if (text.empty()) {
+            out = std::string(buffer, used);
+        } else {
+            flush();
+            out = std::move(text);
+        }
     }
 
     std::string take() {
-        flush();
-        return std::move(text);
+        std::string made;
+        moveTo(made);
+        return made;
     }
 
     static constexpr std::size_t kSpace = 1024;
@@ -87,42 +97,40 @@ private:
     char buffer[kSpace];
 };
 
-// One bit for each of the sixteen bytes at `at` that is in `chars`.
-unsigned membersAt(const char* at, std::string_view chars) {
-    const __m128i bytes = load(at);
-    __m128i members = _mm_setzero_si128();
+// How many bytes at either end of a text are to go: Block::size says that more may follow.
+struct Ends {
+    unsigned leading;
+    unsigned trailing;
+};
+
+// Looks at the first and the last block of `text` for bytes in `chars`.
+Ends membersAtEnds(std::string_view text, std::string_view chars) {
+    const Block first = Block::at(text.data());
+    const Block last = Block::at(text.data() + text.size() - Block::size);
+    Block inFirst = Block::of(0);
+    Block inLast = Block::of(0);
     for (const char c : chars) {
-        members = _mm_or_si128(members, _mm_cmpeq_epi8(bytes, _mm_set1_epi8(c)));
+        const Block wanted = Block::of(c);
+        inFirst = inFirst | (first == wanted);
+        inLast = inLast | (last == wanted);
     }
-    return maskOf(members);
+    const unsigned stopLeading = ~inFirst.bits();
+    const unsigned stopTrailing = ~(inLast.bits() << Block::size);
+    return {static_cast<unsigned>(__builtin_ctz(stopLeading)),
+            static_cast<unsigned>(__builtin_clz(stopTrailing))};
 }
 
-bool isMember(char c, std::string_view chars) { return chars.find(c) != std::string_view::npos; }
-
-constexpr unsigned kWholeBlock = 0xFFFF;
-
-// How many bytes in front of the first one that is not in `chars`.
-std::size_t leadingMembers(std::string_view text, std::string_view chars) {
-    std::size_t count = 0;
-    for (; text.size() - count >= kBlock; count += kBlock) {
-        const unsigned others = membersAt(text.data() + count, chars) ^ kWholeBlock;
-        if (others != 0) return count + static_cast<unsigned>(__builtin_ctz(others));
+std::string_view trimmed(std::string_view text, std::string_view chars) {
+    while (text.size() >= Block::size) {
+        const Ends ends = membersAtEnds(text, chars);
+        text.remove_prefix(ends.leading);
+        text.remove_suffix(std::min<std::size_t>(ends.trailing, text.size()));
+        if (ends.leading < Block::size && ends.trailing < Block::size) return text;
     }
-    while (count < text.size() && isMember(text[count], chars)) ++count;
-    return count;
-}
-
-// How many bytes there are up to the last one that is not in `chars`.
-std::size_t lengthWithoutTrailingMembers(std::string_view text, std::string_view chars) {
-    std::size_t length = text.size();
-    for (; length >= kBlock; length -= kBlock) {
-        const unsigned others = membersAt(text.data() + length - kBlock, chars) ^ kWholeBlock;
-        if (others != 0) {
-            return length - kBlock + 32 - static_cast<unsigned>(__builtin_clz(others));
-        }
-    }
-    while (length > 0 && isMember(text[length - 1], chars)) --length;
-    return length;
+    const auto isMember = [&](char c) { return chars.find(c) != std::string_view::npos; };
+    while (!text.empty() && isMember(text.front())) text.remove_prefix(1);
+    while (!text.empty() && isMember(text.back())) text.remove_suffix(1);
+    return text;
 }
 
 constexpr char kEscapeChar = '\\';
@@ -152,58 +160,65 @@ void escapeMembers(std::string& text, char escapeChar, const ByteSet& set) {
     std::string_view rest = text;
     while (!rest.empty()) {
         const std::string_view block = rest.substr(0, Builder::kSpace / 2);
-        char* const begin = escaped.space(2 * block.size());
-        char* out = begin;
+        char* out = escaped.space(2 * block.size());
         for (const char c : block) {
+            const std::size_t isMember = set.contains(c);
             *out = escapeChar;  // to be overwritten by a byte that needs none: no branch to predict
-            out += set.contains(c);
-            *out++ = c;
+            out[isMember] = c;
+            out += isMember + 1;
         }
-        escaped.filled(static_cast<std::size_t>(out - begin));
+        escaped.filledTo(out);
         rest.remove_prefix(block.size());
     }
-    text = escaped.take();
+    escaped.moveTo(text);
 }
 
 // White space of the "C" locale.
 constexpr ByteSet kWhitespace(" \t\n\v\f\r");
 
-// `c` as normalize keeps it.
-char normalized(char c) { return c == '\n' || c == '\t' ? ' ' : c; }
-
-// All ones for each byte that, as an unsigned number, is no more than `limit`.
-__m128i isAtMost(__m128i bytes, char limit) {
-    return _mm_cmpeq_epi8(_mm_min_epu8(bytes, _mm_set1_epi8(limit)), bytes);
-}
-
-// Normalises the sixteen bytes at `in` to `out`, which has room for as many; returns the end of
-// what was kept. `inRun` says whether the byte in front of them is white space, and then whether
-// their last one is.
-char* normalizeBlock(const char* in, char* out, bool& inRun) {
-    const __m128i bytes = load(in);
-    const __m128i blank = _mm_set1_epi8(' ');
-    const __m128i fromTab = _mm_sub_epi8(bytes, _mm_set1_epi8('\t'));
-    const __m128i toReplace = isAtMost(fromTab, '\n' - '\t');
-    const __m128i space =
-        _mm_or_si128(isAtMost(fromTab, '\r' - '\t'), _mm_cmpeq_epi8(bytes, blank));
-    const __m128i replaced =
-        _mm_or_si128(_mm_andnot_si128(toReplace, bytes), _mm_and_si128(toReplace, blank));
-
-    const unsigned spaces = maskOf(space);
-    const unsigned dropped = spaces & (spaces << 1 | unsigned{inRun});
-    inRun = (spaces & 0x8000) != 0;
-    if (dropped == 0) {
-        _mm_storeu_si128(reinterpret_cast<__m128i*>(out), replaced);
-        return out + kBlock;
+// Writes those of the eight `bytes` whose bit in `kept` is set; returns the end of what was
+// written. There has to be room for all eight.
+char* writeKept(std::uint64_t bytes, unsigned kept, char* out) {
+    if ((kept & 0xFF) == 0xFF) {
+        std::memcpy(out, &bytes, sizeof bytes);
+        return out + sizeof bytes;
     }
-    char block[kBlock];
-    _mm_storeu_si128(reinterpret_cast<__m128i*>(block), replaced);
-    for (unsigned i = 0; i < kBlock; ++i) {
-        *out = block[i];  // to be overwritten if it is to be dropped: no branch to predict
-        out += (~dropped >> i) & 1;
+    for (std::size_t i = 0; i < sizeof bytes; ++i) {
+        *out = static_cast<char>(bytes);  // to be overwritten unless kept: no branch to predict
+        out += kept & 1;
+        bytes >>= 8;
+        kept >>= 1;
     }
     return out;
 }
+
+// Writes a text normalised, byte by byte or many at once. What is written may lie up to the place
+// of what is read, but not beyond.
+struct Normalizer {
+    char* out;           // the end of what was kept
+    bool inRun = false;  // whether the byte in front of the next one is white space
+
+    void add(char c) {
+        const bool space = kWhitespace.contains(c);
+        *out = c == '\n' || c == '\t' ? ' ' : c;
+        out += !(space && inRun);
+        inRun = space;
+    }
+
+    // Adds the first `size` bytes, a whole block or half of one.
+    template <unsigned size>
+    void add(Block bytes) {
+        const Block fromTab = bytes - Block::of('\t');
+        const Block space = (fromTab <= Block::of('\r' - '\t')) | (bytes == Block::of(' '));
+        const Block replaced = bytes.with(fromTab <= Block::of('\n' - '\t'), ' ');
+
+        const unsigned spaces = space.bits();
+        const unsigned kept = ~(spaces & (spaces << 1 | unsigned{inRun}));
+        inRun = (spaces >> (size - 1) & 1) != 0;
+        out = writeKept(replaced.firstHalf(), kept, out);
+        if (size == Block::size) out = writeKept(replaced.lastHalf(), kept >> Block::half, out);
+    }
+};
 
 constexpr auto kNoLimit = std::numeric_limits<std::size_t>::max();
 
@@ -212,38 +227,16 @@ constexpr auto kNoLimit = std::numeric_limits<std::size_t>::max();
 template <class Visit>
 void forEachPiece(std::string_view text, char separator, std::size_t limit, Visit visit) {
     std::size_t start = 0;
-    const auto visitUpTo = [&](std::size_t found) {
-        visit(text.substr(start, found - start));
-        start = found + 1;
-        --limit;
-    };
-    const __m128i wanted = _mm_set1_epi8(separator);
-    std::size_t at = 0;
-    for (; limit != 0 && text.size() - at >= kBlock; at += kBlock) {
-        unsigned found = maskOf(_mm_cmpeq_epi8(load(text.data() + at), wanted));
-        for (; found != 0 && limit != 0; found &= found - 1) {
-            visitUpTo(at + static_cast<unsigned>(__builtin_ctz(found)));
+    for (std::size_t at = 0; limit != 0 && at < text.size(); at += kWindow) {
+        std::uint64_t places = placesOf(separator, text.substr(at, kWindow));
+        for (; places != 0 && limit != 0; places &= places - 1) {
+            const std::size_t found = at + static_cast<std::size_t>(__builtin_ctzll(places));
+            visit(text.substr(start, found - start));
+            start = found + 1;
+            --limit;
         }
     }
-    for (; limit != 0 && at < text.size(); ++at) {
-        if (text[at] == separator) visitUpTo(at);
-    }
     visit(text.substr(start));
-}
-
-// How many bytes of `text` are `wanted`. Counted in bytes, block by block, which the compiler makes
-// sixteen counts at a time.
-std::size_t countOf(char wanted, std::string_view text) {
-    constexpr std::size_t kCountable = 240;
-    std::size_t total = 0;
-    while (!text.empty()) {
-        const std::string_view block = text.substr(0, kCountable);
-        unsigned char count = 0;
-        for (const char c : block) count = static_cast<unsigned char>(count + (c == wanted));
-        total += count;
-        text.remove_prefix(block.size());
-    }
-    return total;
 }
 
 // Makes room for `more` elements. Room at least doubles, so that many calls that each add a few
@@ -253,17 +246,37 @@ void reserveMore(Strings& out, std::size_t more) {
     if (needed > out.capacity()) out.reserve(std::max(needed, 2 * out.size()));
 }
 
+// Appends `piece` of a text that goes on to `end`. A short piece is copied along with what follows
+// it and then cut: copying does not have to wait for, or guess, its length.
+void appendPiece(Strings& out, std::string_view piece, const char* end) {
+    if (piece.size() <= kShort && end - piece.data() >= std::ptrdiff_t{kShort}) {
+        out.emplace_back(piece.data(), kShort);
+        out.back().erase(piece.size());
+    } else {
+        out.emplace_back(piece);
+    }
+}
+
 // Quirk: the limit is compared with the whole of `out`, after each piece: one that `out` has
 // reached before the first piece is never met. Pinned by SplitTest.AppendsThePieces.
 void splitText(std::string_view text, char separator, Strings& out, unsigned max) {
     const std::size_t limit = max > out.size() ? max - out.size() : kNoLimit;
     reserveMore(out, std::min(countOf(separator, text), limit) + 1);
-    forEachPiece(text, separator, limit, [&](std::string_view piece) { out.emplace_back(piece); });
+    const char* const end = text.data() + text.size();
+    forEachPiece(text, separator, limit,
+                 [&](std::string_view piece) { appendPiece(out, piece, end); });
 }
 
-// Arithmetic instead of a table: the compiler makes it sixteen digits at a time.
-char hexDigit(unsigned char value) {
-    return static_cast<char>(value + '0' + (value > 9 ? 'a' - '9' - 1 : 0));
+// From the byte behind '9' to 'a'.
+constexpr char kAfterNine = 'a' - '9' - 1;
+
+char hexDigit(unsigned value) {
+    return static_cast<char>(value + '0' + (value > 9 ? kAfterNine : 0));
+}
+
+Block hexDigits(Block values) {
+    const Block isLetter = Block::of(10) <= values;
+    return values + Block::of('0') + (isLetter & Block::of(kAfterNine));
 }
 
 // More than the text of any address needs.
@@ -272,42 +285,42 @@ constexpr std::uint32_t kIpTextSize = 256;
 }  // namespace
 
 std::string& StringUtil::trim(std::string& s, const std::string& chars) {
-    const std::size_t length = lengthWithoutTrailingMembers(s, chars);
-    const std::size_t leading = leadingMembers({s.data(), length}, chars);
-    if (leading != 0) std::memmove(s.data(), s.data() + leading, length - leading);
-    s.resize(length - leading);
+    const std::string_view kept = trimmed(s, chars);
+    if (kept.data() != s.data()) std::memmove(s.data(), kept.data(), kept.size());
+    s.erase(kept.size());
     return s;
 }
 
 char StringUtil::toHexChar(unsigned char value) { return value < 16 ? hexDigit(value) : '0'; }
 
 std::string StringUtil::toHexString(const Bytes& bytes) {
-    const std::size_t size = bytes.size();
-    std::string text(2 * size, '\0');
-    const unsigned char* const in = bytes.data();
-    char* const out = text.data();
-    for (std::size_t i = 0; i < size; ++i) {
-        out[2 * i] = hexDigit(static_cast<unsigned char>(in[i] >> 4));
-        out[2 * i + 1] = hexDigit(in[i] & 0xF);
+    std::string text(2 * bytes.size(), '\0');
+    char* out = text.data();
+    std::size_t at = 0;
+    for (; at + Block::half <= bytes.size(); at += Block::half, out += Block::size) {
+        const Block digits = Block::halfAt(bytes.data() + at);
+        hexDigits(Block::zip(digits.upperHalves(), digits & Block::of(0x0F))).storeTo(out);
+    }
+    for (; at < bytes.size(); ++at) {
+        *out++ = hexDigit(bytes[at] >> 4);
+        *out++ = hexDigit(bytes[at] & 0x0F);
     }
     return text;
 }
 
 std::string StringUtil::normalize(const std::string& text) {
     std::string kept(text.size(), '\0');
-    char* out = kept.data();
-    bool inRun = false;
+    Normalizer normalizer{kept.data()};
     std::size_t at = 0;
-    for (; text.size() - at >= kBlock; at += kBlock) {
-        out = normalizeBlock(text.data() + at, out, inRun);
+    for (; at + Block::size <= text.size(); at += Block::size) {
+        normalizer.add<Block::size>(Block::at(text.data() + at));
     }
-    for (; at < text.size(); ++at) {
-        const bool space = kWhitespace.contains(text[at]);
-        *out = normalized(text[at]);
-        out += !(space && inRun);
-        inRun = space;
+    if (at + Block::half <= text.size()) {
+        normalizer.add<Block::half>(Block::halfAt(text.data() + at));
+        at += Block::half;
     }
-    kept.resize(static_cast<std::size_t>(out - kept.data()));
+    for (; at < text.size(); ++at) normalizer.add(text[at]);
+    kept.erase(static_cast<std::size_t>(normalizer.out - kept.data()));
     return kept;
 }
 
@@ -353,11 +366,7 @@ std::string StringUtil::toString(const Map& value) {
 template <>
 Map StringUtil::fromString(const std::string& text) {
     Map map;
-    forEachPiece(text, ' ', kNoLimit, [&](std::string_view word) {
-        const std::string_view key = word.substr(0, word.find('='));
-        const std::string_view value = word.substr(std::min(key.size() + 1, word.size()));
-        map.insert_or_assign(map.end(), std::string(key), value);  // in order as toString wrote it
-    });
+    forEachPiece(text, ' ', kNoLimit, [&](std::string_view word) { store(map, word); });
     return map;
 }
 

@@ -1,13 +1,13 @@
 #include <tarnutil/ip.h>
 
-#include <emmintrin.h>
-
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "block.h"
 #include "ip_text.h"
 
+using tarnutil::Block;
 using tarnutil::isIpv4;
 
 namespace {
@@ -35,10 +35,11 @@ void set_ipv4(ip_addr_t* zeroed, std::uint32_t word) {
 
 // Appends to the first `size` records of a list the same ones with `bit` of their IPv4 word set.
 void append_with_bit(ip_addr_t* list, std::uint32_t size, std::uint32_t bit) {
-    const __m128i mask = _mm_set_epi32(static_cast<int>(bit), 0, 0, 0);
-    auto* const records = reinterpret_cast<__m128i*>(list);
+    ip_addr_t mask{};
+    std::memcpy(mask.bytes + sizeof mask - sizeof bit, &bit, sizeof bit);
+    const Block set = Block::at(mask.bytes);
     for (std::uint32_t i = 0; i < size; ++i) {
-        _mm_storeu_si128(records + size + i, _mm_or_si128(_mm_loadu_si128(records + i), mask));
+        (Block::at(list[i].bytes) | set).storeTo(list[size + i].bytes);
     }
 }
 
