@@ -12,7 +12,11 @@ install(
   COMPONENT dev
   FILES_MATCHING
   PATTERN "*.h")
-install(DIRECTORY suppressions DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnutil)
+tarnutil_bill_of_materials(libtarnutil libtarnutil.so.1.cdx.json runtime)
+install(
+  DIRECTORY suppressions
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnutil
+  COMPONENT dev)
 if(TARNUTIL_TOOLS)
   install(TARGETS tarnutil_command RUNTIME COMPONENT tools)
   install(
