@@ -51,12 +51,27 @@ std::string hex(const Bytes& data) {
 // The kinds of the BIOs that were freed, in that order, while a test listens.
 std::vector<int>* freed_kinds = nullptr;
 
+// The sizes of the blocks that the library asks OpenSSL for, while a test listens; and whether it
+// gets them.
+std::vector<std::size_t>* asked_sizes = nullptr;
+bool has_blocks = true;
+
 }  // namespace
 
 extern "C" void BIO_vfree(BIO* bio) {
     static const auto next = reinterpret_cast<void (*)(BIO*)>(dlsym(RTLD_NEXT, "BIO_vfree"));
     if (freed_kinds != nullptr) freed_kinds->push_back(BIO_method_type(bio));
     next(bio);
+}
+
+extern "C" void* counted_crypto_malloc(std::size_t size, const char* file,
+                                       int line) __asm__("CRYPTO_malloc");
+extern "C" void* counted_crypto_malloc(std::size_t size, const char* file, int line) {
+    static const auto next =
+        reinterpret_cast<decltype(&counted_crypto_malloc)>(dlsym(RTLD_NEXT, "CRYPTO_malloc"));
+    const bool ours = std::strstr(file, "CryptoUtil.cpp") != nullptr;
+    if (ours && asked_sizes != nullptr) asked_sizes->push_back(size);
+    return ours && !has_blocks ? nullptr : next(size, file, line);
 }
 
 namespace {
@@ -211,10 +226,33 @@ TEST(Base64Test, OnlyAReadOfMinusOneIsAnError) {
 }
 
 TEST(Base64Test, DecodedBytesMoveInStepsOf512) {
-    const std::string text = CryptoUtil::base64Encode(sample(1300));
+    const Bytes data = sample(520 * 512);
+    const std::string text = CryptoUtil::base64Encode(data);
     const unsigned long writes = Fault::calls(Call::BIO_write);
-    EXPECT_EQ(CryptoUtil::base64Decode(text), sample(1300));
-    EXPECT_GE(Fault::calls(Call::BIO_write), writes + 3);
+    EXPECT_EQ(CryptoUtil::base64Decode(text), data);
+    EXPECT_GE(Fault::calls(Call::BIO_write), writes + 520);
+}
+
+TEST(Base64Test, TheSinkIsGivenItsSizeAtOnce) {
+    for (const std::size_t size : {1, 2, 3, 1300}) {
+        std::vector<std::size_t> sizes;
+        asked_sizes = &sizes;
+        const std::string text = CryptoUtil::base64Encode(sample(size));
+        (void)CryptoUtil::base64Decode(text);
+        asked_sizes = nullptr;
+        EXPECT_THAT(sizes, ElementsAre(text.size(), (size + 2) / 3 * 3)) << size;
+    }
+}
+
+TEST(Base64Test, ASinkWithoutItsSizeGrows) {
+    for (const std::size_t size : {1, 2, 3, 1300}) {
+        has_blocks = false;
+        const std::string text = CryptoUtil::base64Encode(sample(size));
+        const Bytes data = CryptoUtil::base64Decode(text);
+        has_blocks = true;
+        EXPECT_EQ(text, blockEncoded(sample(size)));
+        EXPECT_EQ(data, sample(size));
+    }
 }
 
 using Messages = std::set<std::string>;

@@ -453,6 +453,15 @@ TEST_P(FileCopyTest, GivesTheSameContent) {
     EXPECT_EQ(readFile(source), content);
 }
 
+TEST(FileTest, ContentIsCopiedInStepsOf4096) {
+    const ScratchDir dir;
+    const std::string source = dir.write("source", std::string(4097, 'x'));
+    const auto writes = [] { return Fault::calls(Call::write) + Fault::calls(Call::writev); };
+    const unsigned long before = writes();
+    File::copy(source, dir / "copy");
+    EXPECT_EQ(writes(), before + 2);
+}
+
 TEST(FileTest, ACopyHasThePermissionBitsOfItsSource) {
     const ScratchDir dir;
     const std::string source = dir.write("source", "");

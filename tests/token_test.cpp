@@ -525,19 +525,32 @@ TEST(TokenTest, AKeyWithoutItsPrivateHalfCannotIssue) {
                 ThrowsMessage<Exception>(kNoEncrypt));
 }
 
+// A key of so many bits, which is good for nothing else.
+RsaPtr keyOfSize(int bits) {
+    RsaPtr made(RSA_new());
+    BIGNUM* const modulus = BN_new();
+    BIGNUM* const exponent = BN_new();
+    BN_set_bit(modulus, bits - 1);
+    BN_set_word(exponent, 3);
+    EXPECT_EQ(RSA_set0_key(made.get(), modulus, exponent, nullptr), 1);
+    return made;
+}
+
 TEST(TokenTest, AKeyTooSmallForItsPaddingIsRefused) {
     for (const int bits : {8, 80, 88}) {
-        const RsaPtr small(RSA_new());
-        BIGNUM* const modulus = BN_new();
-        BIGNUM* const exponent = BN_new();
-        BN_set_bit(modulus, bits - 1);
-        BN_set_word(exponent, 3);
-        ASSERT_EQ(RSA_set0_key(small.get(), modulus, exponent, nullptr), 1);
+        const RsaPtr small = keyOfSize(bits);
         EXPECT_THAT([&] { (void)CryptoUtil::generateAuthToken("u", {}, 1, small.get()); },
                     ThrowsMessage<Exception>(kNoEncrypt));
         EXPECT_EQ(refusal(kSeveral, small.get()).first, kNoDecrypt);
         EXPECT_EQ(refusal("", small.get()).first, kTooShort);
     }
+}
+
+TEST(TokenTest, ABlockMayHoldAPieceOfOneByte) {
+    const RsaPtr small = keyOfSize(96);
+    const Fault encrypted(Call::RSA_private_encrypt, 12, 1, Fault::fromThenOn);
+    const std::string token = CryptoUtil::generateAuthToken("", {}, 1, small.get());
+    EXPECT_EQ(CryptoUtil::base64Decode(token).size(), 52U * 12U);
 }
 
 TEST(TokenTest, TheErrorQueueIsNeitherReadNorCleared) {
