@@ -332,6 +332,16 @@ TEST(SplitGrowthTest, RoomIsMadeOnceForAllPieces) {
     EXPECT_EQ(out.capacity(), 100001U);
 }
 
+TEST(SplitGrowthTest, RoomIsUsedUpThenDoubled) {
+    Strings out = {"x", "y", "z"};
+    out.reserve(4);
+    ASSERT_EQ(out.capacity(), 4U);
+    StringUtil::split("a", ',', out);
+    EXPECT_EQ(out.capacity(), 4U);
+    StringUtil::split("b", ',', out);
+    EXPECT_EQ(out.capacity(), 8U);
+}
+
 TEST(SplitGrowthTest, ALimitLimitsTheRoomThatIsMade) {
     Strings out;
     StringUtil::split(std::string(1000000, ','), ',', out, 2);
