@@ -3,6 +3,8 @@
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>
 
+#include <thread>
+
 #include "certs/material.h"
 #include "scratch_dir.h"
 
@@ -10,6 +12,7 @@ namespace tarnutil_test {
 namespace {
 
 using testing::IsEmpty;
+using testing::Not;
 
 class CertTest : public testing::Test {
 protected:
@@ -106,6 +109,49 @@ TEST_F(CertTest, OneIndicatorReadsSeveralFromOneBio) {
         while (readsCertificate(bio.get(), &format)) ++count;
         EXPECT_EQ(count, 3) << name;
     }
+}
+
+TEST_F(CertTest, WithoutAnIndicatorEveryReadOfDerBeginsAnew) {
+    const std::string bytes = readFile(material("chain.der"));
+    const BioPtr bio = reading(bytes);
+    for (int read = 0; read < 3; ++read) {
+        const X509Ptr cert(TARNSSL_load_X509_bio(bio.get(), nullptr));
+        ASSERT_NE(cert, nullptr);
+        EXPECT_EQ(X509_cmp(cert.get(), certificate("leaf.pem").get()), 0);
+    }
+}
+
+TEST_F(CertTest, TheRewindEmptiesAWrittenMemoryBio) {
+    const std::string bytes = readFile(material("leaf.der"));
+    const BioPtr bio(BIO_new(BIO_s_mem()));
+    ASSERT_GT(BIO_write(bio.get(), bytes.data(), static_cast<int>(bytes.size())), 0);
+    EXPECT_FALSE(readsCertificate(bio.get(), nullptr));
+    EXPECT_EQ(BIO_pending(bio.get()), 0);
+}
+
+TEST_F(CertTest, ADirectoryIsNull) {
+    const ScratchDir dir;
+    EXPECT_EQ(TARNSSL_load_X509_file(dir.path().c_str()), nullptr);
+    EXPECT_EQ(TARNSSL_load_X509_REQ_file(dir.path().c_str()), nullptr);
+    EXPECT_EQ(TARNSSL_load_X509_CRL_file(dir.path().c_str()), nullptr);
+    EXPECT_EQ(TARNSSL_load_PrivateKey_file(dir.path().c_str(), nullptr), nullptr);
+}
+
+TEST_F(CertTest, ThreadsDoNotDisturbEachOther) {
+    const auto work = [] {
+        const std::string chain = material("chain.pem");
+        for (int round = 0; round < 20; ++round) {
+            const X509Ptr leaf(TARNSSL_load_X509_file(material("leaf.der").c_str()));
+            EXPECT_EQ(TARNSSL_cert_contain_issuer_of(chain.c_str(), leaf.get()), 1);
+            EXPECT_EQ(TARNSSL_cert_contain_issuer(chain.c_str()), 1);
+            EXPECT_EQ(TARNSSL_load_X509_file(material("cut_short.pem").c_str()), nullptr);
+            EXPECT_THAT(drainErrors(), Not(IsEmpty())) << "a queue of its own";
+        }
+    };
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 4; ++i) threads.emplace_back(work);
+    for (std::thread& thread : threads) thread.join();
+    EXPECT_THAT(drainErrors(), IsEmpty());
 }
 
 TEST_F(CertTest, AReadInAGivenFormatNeitherRewindsNorClears) {

@@ -79,6 +79,27 @@ TEST_F(ChainTest, StaleErrorsAreForgotten) {
     EXPECT_THAT(drainErrors(), IsEmpty());
 }
 
+TEST_F(ChainTest, AKeyInTheFileIsSkipped) {
+    const ScratchDir dir;
+    EXPECT_EQ(
+        use(dir.write("chain", readFile(material("leaf.key.pem")) + readFile(material("leaf.pem")) +
+                                   readFile(material("rsa.locked.pem")) +
+                                   readFile(material("issuing.pem")))),
+        1);
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), ElementsAre("issuing"));
+}
+
+TEST_F(ChainTest, DerBehindPemIsNotRead) {
+    const ScratchDir dir;
+    presetChain();
+    EXPECT_EQ(
+        use(dir.write("chain", readFile(material("leaf.pem")) + readFile(material("issuing.der")))),
+        1);
+    EXPECT_EQ(leafName(), "leaf");
+    EXPECT_THAT(chainNames(), IsEmpty());
+}
+
 TEST_F(ChainTest, ADerFileIsRefusedAfterItsLeafWasInstalled) {
     EXPECT_EQ(use(material("leaf.der")), 0);
     EXPECT_EQ(leafName(), "leaf");
@@ -205,11 +226,17 @@ TEST_F(ChainTest, KeysInstallFromBothFormats) {
     EXPECT_EQ(usesKey("/nonexistent/key", nullptr), 0);
 }
 
-TEST_F(ChainTest, AKeyThatDoesNotFitItsCertificateIsRefusedByTheContext) {
+TEST_F(ChainTest, AKeyThatIsNotTheCertificatesIsRefused) {
     ASSERT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), material("leaf.pem").c_str()), 1);
     const std::string key = material("ec.pem");
-    const int used = TARNSSL_CTX_use_PrivateKey_file(ctx.get(), key.c_str(), nullptr);
-    EXPECT_TRUE(used == 0 || SSL_CTX_check_private_key(ctx.get()) == 0);
+    EXPECT_EQ(TARNSSL_CTX_use_PrivateKey_file(ctx.get(), key.c_str(), nullptr), 0);
+}
+
+TEST_F(ChainTest, ACertificateWithAnotherKeyDropsTheKey) {
+    const std::string key = material("ec.pem");
+    ASSERT_EQ(TARNSSL_CTX_use_PrivateKey_file(ctx.get(), key.c_str(), nullptr), 1);
+    EXPECT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), material("leaf.pem").c_str()), 1);
+    EXPECT_EQ(SSL_CTX_get0_privatekey(ctx.get()), nullptr);
 }
 
 TEST_F(ChainTest, WithoutALeafTheContextIsNotUsed) {
@@ -260,6 +287,16 @@ TEST(CertFaultTest, WithoutABioNothingLoads) {
     EXPECT_EQ(TARNSSL_load_PrivateKey_file(leaf.c_str(), nullptr), nullptr);
     EXPECT_EQ(TARNSSL_load_RSA_file(leaf.c_str(), nullptr), nullptr);
     EXPECT_EQ(TARNSSL_cert_contain_issuer_of(leaf.c_str(), subject.get()), -1);
+}
+
+TEST(CertFaultTest, OnlyAOneIsAGoodSignature) {
+    const X509Ptr root = certificate("root.pem");
+    for (const int answer : {-1, 0, 2}) {
+        const Fault fault(Call::X509_verify, answer);
+        EXPECT_EQ(TARNSSL_verify_issuer(root.get(), root.get()), 0) << answer;
+        EXPECT_TRUE(fault.hasFired());
+    }
+    EXPECT_EQ(TARNSSL_verify_issuer(root.get(), root.get()), 1);
 }
 
 // The signature is checked all the same, and cannot be good.

@@ -250,6 +250,20 @@ TEST(CertCrlTest, ASecondExtensionMakesBothCountForNothing) {
     ERR_clear_error();
 }
 
+TEST(CertCrlTest, ACriticalExtensionCountsToo) {
+    Extension points = distributionPoints({fullNamePoint({uri("http://a/")})});
+    points.critical = true;
+    EXPECT_EQ(firstCrlAddress(makeCertificate({points})), "http://a/");
+}
+
+TEST(CertCrlTest, BytesBehindANulAreKept) {
+    const std::string url("http://a\0b", 10);
+    const X509Ptr cert = makeCertificate({distributionPoints({fullNamePoint({uri(url)})})});
+    const unsigned char* const found = firstCrlBytes(cert);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(std::string(reinterpret_cast<const char*>(found), url.size()), url);
+}
+
 TEST(CertCrlTest, AnLdapAddressIsReturnedWhenThereIsNoOther) {
     X509Ptr cert = makeCertificate({distributionPoints({fullNamePoint({kLdap})})});
     EXPECT_EQ(firstCrlAddress(std::move(cert)), "ldap://directory/cn=x");
@@ -341,6 +355,14 @@ TEST(CertSansTest, OnlyTheFirstLineIsKept) {
     char buffer[200];
     EXPECT_GE(TARNSSL_X509_get_SANs_str(cert.get(), buffer, sizeof buffer), 0);
     EXPECT_STREQ(buffer, "DNS:a\n");
+}
+
+TEST(CertSansTest, ANameThatHoldsANulIsNotPrintedAndNoneBesideIt) {
+    const X509Ptr cert = makeCertificate({subjectAltName({dns(std::string("a\0b", 3)), dns("c")})});
+    char buffer[200] = "before";
+    EXPECT_GE(TARNSSL_X509_get_SANs_str(cert.get(), buffer, sizeof buffer), 0);
+    EXPECT_STREQ(buffer, "");
+    ERR_clear_error();
 }
 
 TEST(CertSansTest, TextIsForDisplayOnly) {

@@ -81,6 +81,10 @@ cat leaf.pem issuing.pem policy.pem >chain.pem
 cat leaf.der issuing.der policy.der >chain.der
 cat leaf.pem unrelated.pem >stranger.pem
 
+# So short a key is below every security level but 0.
+quietly openssl req -x509 -config ca.conf -newkey rsa:512 -nodes -keyout weak.key.pem -subj /CN=weak \
+    -days 3650 -out weak.pem
+
 quietly openssl req -new -config ca.conf -key rsa.pem -subj /CN=plain -out plain.req.pem
 quietly openssl req -new -config ca.conf -key rsa.pem -subj /CN=named -reqexts names -out named.req.pem
 openssl req -config ca.conf -in named.req.pem -outform DER -out named.req.der

@@ -56,10 +56,15 @@ void expectNothingHeld(const std::function<void()>& run) {
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 
-std::string firstCrlAddress(X509Ptr cert) {
+const unsigned char* firstCrlBytes(const X509Ptr& cert) {
     if (__lsan_disable != nullptr) __lsan_disable();
     const unsigned char* const url = TARNSSL_X509_get_first_crl_dp(cert.get());
     if (__lsan_enable != nullptr) __lsan_enable();
+    return url;
+}
+
+std::string firstCrlAddress(X509Ptr cert) {
+    const unsigned char* const url = firstCrlBytes(cert);
     cert.reset();
     return url == nullptr ? "" : reinterpret_cast<const char*>(url);
 }

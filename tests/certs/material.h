@@ -40,8 +40,9 @@ std::vector<std::string> drainErrors();
 // Runs `run` twice: the second time, when OpenSSL's caches are filled, it may hold nothing more.
 void expectNothingHeld(const std::function<void()>& run);
 
-// The library keeps what TARNSSL_X509_get_first_crl_dp decoded: not a leak to look for. The text of
-// the address, read when the certificate is gone; empty if there is none.
+// The library keeps what TARNSSL_X509_get_first_crl_dp decoded: not a leak to look for.
+const unsigned char* firstCrlBytes(const X509Ptr& cert);
+// The text of that address, read when the certificate is gone; empty if there is none.
 std::string firstCrlAddress(X509Ptr cert);
 
 }  // namespace tarnutil_test

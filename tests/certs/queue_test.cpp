@@ -397,6 +397,7 @@ const QueueCase kQueueCases[] = {
     {kOwnIssuer,            "damage behind the first",                 {ownIssuer({"leaf.pem", "cut_short.pem"})}},
     {kOwnIssuer,            "DER",                                     {ownIssuer({"chain.der"})}},
     {kOwnIssuer,            "no first certificate",                    {ownIssuer({"rsa.pem"})}},
+    {kOwnIssuer,            "the context refuses the first",           {ownIssuer({"weak.pem", "weak.pem"})}},
     {kOwnIssuer,            "the file cannot be opened",               {fromFile("missing", TARNSSL_cert_contain_issuer)}},
     {kResponder,            "found",                                   {responder({access("http://a/")})}},
     {kResponder,            "none",                                    {responder({}), responder({access("https://a/")}), responder({access("http://a/", true)})}},
@@ -411,6 +412,7 @@ const QueueCase kQueueCases[] = {
     {kNames,                "printed",                                 {names({subjectAltName({dns("a")})})}},
     {kNames,                "no extension",                            {names({})}},
     {kNames,                "an extension that does not decode",       {names({{NID_subject_alt_name, kUndecodable}})}},
+    {kNames,                "a name that holds a NUL",                 {names({subjectAltName({dns(std::string("a\0b", 3))})})}},
     {kNames,                "no BIO to print to",                      {namesWithoutABio()}},
     {kRequestNames,         "printed",                                 {requestedNames([] { return makeRequest({subjectAltName({dns("a")})}); })}},
     {kRequestNames,         "no names asked for",                      {requestedNames([] { return RequestPtr(X509_REQ_new()); }),
@@ -443,6 +445,7 @@ const NewErrors kNewErrors[] = {
     {"EVP, expecting an RSA key",               ElementsAre("6:127")},
     {"SSL, key too small",                      ElementsAre("20:399")},
     {"X.509, key values mismatch",              ElementsAre("11:116")},
+    {"X.509 v3, no value",                      ElementsAre(StartsWith("34:"))},
     {"its own",                                 ElementsAre("128:2", "128:2")},
     {"the library's, 341",                      ElementsAre("20:7 line 341")},
     {"the system's, the BIO's, the library's, 346", ElementsAre("2:2", StartsWith("32:"), "20:7 line 346")},
@@ -508,6 +511,16 @@ TEST(CertQueueTest, HoldsWhatTheDocumentSays) {
         for (const QueueCase& known : kQueueCases) {
             if (known.function != row.function || known.outcome != row.outcome) continue;
             for (const Way& way : known.ways) expectAsDocumented(row, way);
+        }
+    }
+}
+
+TEST(CertQueueTest, NoOutcomeLeavesAnythingElseBehind) {
+    for (const QueueCase& row : kQueueCases) {
+        const bool keptForGood = row.function == kListAddress;
+        for (const Way& way : row.ways) {
+            SCOPED_TRACE(std::string(row.function) + ": " + row.outcome);
+            if (!keptForGood) expectNothingHeld([&] { (void)way(); });
         }
     }
 }

@@ -85,6 +85,7 @@
     ROW(Result, int,         SSL_CTX_use_certificate, (SSL_CTX* a, X509* b),                            (a, b))       \
     ROW(Result, int,         X509_digest,         (const X509* a, const EVP_MD* b, unsigned char* c, unsigned* d), (a, b, c, d))\
     ROW(Result, EVP_PKEY*,   X509_get_pubkey,     (X509* a),                                        (a))              \
+    ROW(Result, int,         X509_verify,         (X509* a, EVP_PKEY* b),                           (a, b))           \
     /* end of the table */
 // clang-format on
 
