@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Passing a ball between two threads, and signals that nobody waits for.
 #include <pthread.h>
 

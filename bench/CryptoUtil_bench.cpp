@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Base64, digests and tokens, beside the calls of OpenSSL that do the work and POCO's forms of
 // them.
 #include <Poco/DigestEngine.h>

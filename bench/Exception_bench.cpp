@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Building an exception, beside the calls of libc that it stands on and what others throw.
 #include <cxxabi.h>
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Running a batch of items on a thread each. The rows of rising size show how it grows.
 #include <pthread.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Queries and copies of files, beside the system calls they stand on and what others offer.
 #include <sys/stat.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Locking, beside the mutex that the library wraps and the ones that users would pick instead.
 #include <Poco/Mutex.h>
 #include <absl/synchronization/mutex.h>

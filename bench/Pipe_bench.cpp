@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Putting a pipe in the place of a stream and taking it away again, beside the bare system calls.
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Running a child behind three pipes, from a small and from a large process, and reading from it;
 // beside the same by hand and four libraries.
 #include <Poco/Pipe.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text helpers beside what a program would use instead.
 #include <absl/strings/ascii.h>
 #include <absl/strings/escaping.h>

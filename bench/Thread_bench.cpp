@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Starting a thread and waiting for its end.
 #include <Poco/Runnable.h>
 #include <Poco/Thread.h>

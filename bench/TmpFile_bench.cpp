@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Temporary files and trees, and the listing of a directory, beside the calls they are made of and
 // two libraries.
 #include <Poco/TemporaryFile.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How a benchmark is added: under a name that tells the report which rows belong together.
 #ifndef TARNUTIL_BENCH_BENCH_H
 #define TARNUTIL_BENCH_BENCH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading certificates, keys and chains, and asking about them, beside the OpenSSL calls that a
 // user would make instead.
 #include <Poco/Crypto/X509Certificate.h>

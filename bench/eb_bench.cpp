@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bitmap beside the sets a user would take instead: eb/<operation>/<members>/<who>, where the
 // members read as how many, how they lie, and the range: 1e5_random_2^27.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bitmap and the sets a user would take instead, behind one face: set, isSet, clear, next,
 // bytes.
 //

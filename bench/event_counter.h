@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Counts what the processor does between two points, where the machine lets us.
 #ifndef TARNUTIL_BENCH_EVENT_COUNTER_H
 #define TARNUTIL_BENCH_EVENT_COUNTER_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Addresses and their text beside libc's conversions and two libraries' address classes.
 #include <arpa/inet.h>
 #include <benchmark/benchmark.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Loading the library into a fresh process, beside loading what it stands on. A C++ program has the
 // C++ runtime before that, a C program gets it with the library.
 #include <cstdio>

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* load_child LIBRARY...: loads them one after the other and prints how many nanoseconds that took.
  */
 #include <dlfcn.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs the benchmarks beside one thread that sleeps: a process that never had a second thread locks
 // without atomics, which no server does.
 #include <benchmark/benchmark.h>

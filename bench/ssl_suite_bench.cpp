@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cipher strings, sorts, lookup and rows, beside what else a server could use for them.
 #include <tarnutil/ssl_suite.h>
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # What is installed: the library, its headers, what CMake and pkg-config need to find them, and the
 # command where it is built. The components are the packages (see package.cmake).
 include(CMakePackageConfigHelpers)

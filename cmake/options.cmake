@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # The switches of the build. Each changes targets of this project, never global flags, so that the
 # tree behaves inside another project: there, only the library is built.
 

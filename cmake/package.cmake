@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # Debian packages, one a component: the shared object, what it takes to build against it, its
 # documents, and the command. `./dev package` makes and checks them.
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Replaces a file so that readers see the old content or the new one, never half of it.
 //
 // The new content is made in a temporary file and renamed over the old one, which is atomic only

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Learns from Executor which items of a batch ran, and how each of them fared.
 //
 //   batch_outcomes NUMBER...

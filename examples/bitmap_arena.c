@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A bitmap whose memory comes from an arena, so that a failed eb_init leaks nothing.
  *
  * When an allocation fails, eb_init gives back the handle alone: the blocks taken before stay with

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Visits every member of a bitmap in ascending order. */
 #include <stdio.h>
 #include <stdlib.h>

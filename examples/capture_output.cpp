@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Captures what the program itself, or a library that prints, writes to standard output.
 //
 // A pipe holds 64 KiB. Whoever may write more needs a reader in a thread of its own; this one reads

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Gives a child program a deadline: past it SIGTERM, and SIGKILL if that does not help.
 //
 // wait has no deadline of its own. But a child that ends closes its end of every pipe, so the end

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Prints what a server offers under a cipher string, best first, as the rows of a table.
  *
  *     cipher_offer 'default:!rc4:@strength'

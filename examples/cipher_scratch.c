@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Keeps a server's offer as it is when a new cipher string fails half way.
  *
  * The string is applied to a scratch context and copied on success, so that the tokens in front of

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Issues an authentication token with a private key from a file, opens it with the public key, and
 # shows where a forged one is refused.
 #

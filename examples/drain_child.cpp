@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Feeds a child program its input while reading both of its outputs, without a deadlock.
 //
 //   drain_child PROGRAM [ARGUMENT...] <INPUT

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The smallest member of a bitmap at or above a position, by means of eb_find_next as it is.
  *
  * eb_find_next answers the next member only within a leaf, or when it is the smallest of its top.

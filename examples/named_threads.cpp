@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Names threads in a start-up callback, so that debuggers and process lists tell them apart.
 //
 // The callback runs on the new thread before its work, so it can name the thread it is on.

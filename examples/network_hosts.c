@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Lists the hosts of a network, and shows what else ip.h does: network_hosts 10.0.0.0 255.255.255.0
  */
 #include <stdio.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Reads an authentication token, written from docs/token.md alone: base64 and digests are Python's,
 RSA is the openssl command's.
 

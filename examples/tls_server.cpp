@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A TLS server configured from two files: tls_server CHAIN KEY [CLIENTS]
 //
 // Prints the port of loopback that it listens on, greets so many clients (1 if not said), and ends.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A pool of workers that take jobs off a queue, built of Mutex, Condition and Thread.
 //
 //   worker_pool [WORKERS [JOBS]]

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // base64: any text is decoded or refused, and any bytes come back from their text.
 #include <tarnutil/CryptoUtil.h>
 

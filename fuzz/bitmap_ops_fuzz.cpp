@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The bytes are operations on a bitmap, compared with the model after each.
 //
 // The first byte chooses the range. Then three bytes make one operation: what it does, with the

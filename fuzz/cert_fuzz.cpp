@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificates: the first byte is the format asked for, the rest the input, read to its end.
 #include "loaded.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cipher string against the model of the tests: the same result, report and list, whole links.
 //
 // The first byte is the context's flags and whether to expand; a line feed parts the string from

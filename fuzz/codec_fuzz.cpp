@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The field codec: reads fields off any bytes, by turns an integer and a string, until one is cut
 // short. What was read has to be what is written again.
 #include <tarnutil/CryptoUtil.h>

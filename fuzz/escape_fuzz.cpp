@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Arbitrary bytes escaped and made plain again. The first byte of an input is the escape character,
 // the second the size of the set, which follows; the rest is the text.
 #include <algorithm>

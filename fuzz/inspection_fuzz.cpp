@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every question to whatever certificate loads, with buffers of a size from the input. The address
 // of a revocation list is kept for good by design, so that it is none of the leaks to look for.
 #include "loaded.h"

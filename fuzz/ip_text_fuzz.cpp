@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text read as an address, beside libc, and the way back.
 #include <arpa/inet.h>
 

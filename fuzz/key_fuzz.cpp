@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Private keys, PEM with a password and DER.
 #include "loaded.h"
 

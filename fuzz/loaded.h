@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the fuzz targets over OpenSSL share: owners, and input as a BIO.
 #ifndef TARNUTIL_FUZZ_LOADED_H
 #define TARNUTIL_FUZZ_LOADED_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text read as a map: the words in it, said in another way, and the way back.
 #include <cstdint>
 #include <cstdlib>

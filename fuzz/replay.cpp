@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs a fuzz target over the files of the folders in its arguments, without a fuzzer. Fails if
 // there was no file to run.
 #include <cstdint>

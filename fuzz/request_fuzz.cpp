@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificate requests, and the names that they ask for.
 #include "loaded.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tokens. The first byte of an input tells what the rest is: the text of a token, or a plaintext,
 // which is then made into a token with a good final digest so that the reader behind it is reached.
 #include <openssl/pem.h>

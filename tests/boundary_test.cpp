@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What may leave an operation: the class that it documents. A failed allocation inside it ends the
 // process.
 #include "../util/boundary.h"

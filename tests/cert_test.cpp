@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificates, requests and revocation lists: what loads in which format. certs/ holds a file for
 // each other subject.
 #include <gmock/gmock.h>

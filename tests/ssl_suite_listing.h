@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The catalogue as a listing of its own, tests/data/ssl_suite.txt: what the tests of ssl_suite.h
 // compare the library with.
 #ifndef TARNUTIL_TESTS_SSL_SUITE_LISTING_H

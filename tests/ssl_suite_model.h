@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What cipher strings do, told without links: a list is a vector, and every rule is taken from the
 // listing of the catalogue, not from the library's records.
 #ifndef TARNUTIL_TESTS_SSL_SUITE_MODEL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tests' own tools: a Fault has to fail what it names, and a leak has to be seen.
 #include <fcntl.h>
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Authentication tokens. The golden ones were made without the library, by tests/tokens/issue.py;
 // forged ones are made here, of any plaintext.
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Bytes handled sixteen at a time, with what every x86-64 processor has. The only file that asks
 // for vector instructions.
 #ifndef TARNUTIL_UTIL_BLOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The rule of the class face about what may leave an operation: the class that it documents, and
 // nothing else.
 #ifndef TARNUTIL_UTIL_BOUNDARY_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A function of the caller's that a new thread calls, and the argument for it.
 #ifndef TARNUTIL_UTIL_CALLBACK_H
 #define TARNUTIL_UTIL_CALLBACK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // How Mutex and Condition fail: as each object was told when it was built. Functions of their own,
 // away from the callers' code: a lock that is taken pays for none of this.
 #ifndef TARNUTIL_UTIL_HANDLE_ERROR_H

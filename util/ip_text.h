@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What text is which address: the rules that the two faces of the library, ip_* and StringUtil,
 // share.
 #ifndef TARNUTIL_UTIL_IP_TEXT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A text of the form key=value, as maps and tokens write their entries.
 #ifndef TARNUTIL_UTIL_KEY_VALUE_H
 #define TARNUTIL_UTIL_KEY_VALUE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Owners of OpenSSL objects, and what an older OpenSSL lacks under the name that it has upstream.
 // The only file that asks for OpenSSL's version.
 #ifndef TARNUTIL_UTIL_OPENSSL_H

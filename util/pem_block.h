@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Tells whether input holds a PEM block, of any kind and in any state.
 #ifndef TARNUTIL_UTIL_PEM_BLOCK_H
 #define TARNUTIL_UTIL_PEM_BLOCK_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One line of a stack trace, taken apart and put together.
 #ifndef TARNUTIL_UTIL_TRACE_LINE_H
 #define TARNUTIL_UTIL_TRACE_LINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Keeps a thread's cancellation off while it cleans up.
 #ifndef TARNUTIL_UTIL_UNCANCELLED_H
 #define TARNUTIL_UTIL_UNCANCELLED_H

@@ -1,6 +1,7 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the plain comments of a public header are about.
 
-- The first comment is about the file.
+- The first line names the licence; the first comment behind it is about the file.
 - A comment is about every declaration of the paragraph that it begins, up to a blank line; a
   destructor takes it only where it comes first.
 - A comment with a blank line behind it is a title, and text about all that follows.
@@ -51,7 +52,7 @@ def parts(path):
     what needs no comment, and ("declaration", text, comment or None)."""
     with open(path, encoding="utf-8") as file:
         lines = file.read().splitlines()
-    about, at = comment_at(lines, 0)
+    about, at = comment_at(lines, 1)
     yield "file", about
     about, is_first = None, False
     while at < len(lines):

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Writes docs/messages.md: every message of the library, with what messages.toml says of it.
 
 The texts are those of the sources: a message in util/ that messages.toml does not know, or a text there

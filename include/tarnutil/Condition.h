@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A condition variable: threads wait on it for a change to the state that a Mutex guards.
 //
 // Errors:  every failure throws tarnutil::Exception, or, if the object was built with `abort` true,

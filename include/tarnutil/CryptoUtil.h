@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Base64, SHA-1 and MD5 digests, a codec of length-prefixed fields, and the authentication token
 // that is built from them. docs/token.md describes the token's format.
 //

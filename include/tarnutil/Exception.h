@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The exceptions that the class face of the library throws. Each carries a message and the stack
 // trace of the place where it was built.
 //

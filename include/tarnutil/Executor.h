@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runs many Runnables at once and waits for all of them.
 //
 // Errors:  a batch that did not run whole throws tarnutil::Exception with one of

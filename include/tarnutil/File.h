@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Files and directories: text of paths, queries, creating, copying, listing and removing; and
 // FileCloser, the owner of a standard I/O stream.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A mutex of the platform, and the scoped lock over it.
 //
 // Errors:  every failure throws tarnutil::Exception, or, if the mutex was built with `abort` true,

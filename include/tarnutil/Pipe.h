@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A pipe that can stand in for a standard stream of the process, and puts the stream back.
 //
 // Errors:  a failed system call throws ErrnoException with the call's errno, a call out of turn

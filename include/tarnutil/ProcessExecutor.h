@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One child program at a time, behind three pipes.
 //
 // Errors:  a failed system call throws ErrnoException with the call's errno, a call out of turn

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Text helpers: trimming, hex, whitespace, splitting and escaping, and the text form of string maps
 // and IP addresses.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // One piece of work, and a thread to run it.
 //
 // Errors:  every failure throws tarnutil::Exception with the message that stands with the member;

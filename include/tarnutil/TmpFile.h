@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A temporary file or directory that removes itself.
 //
 // Errors:  create throws ErrnoException with the errno of the failed call. clear and the destructor

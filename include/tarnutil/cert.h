@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Certificates, certificate requests, revocation lists and private keys over OpenSSL: read from PEM
  * or DER, whichever it is, put into an SSL_CTX, and asked a few questions.
  *

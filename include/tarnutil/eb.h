@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* A set of positions out of a fixed range of 2^27 to 2^50, in memory that is all taken at the
  * start.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* TARNUTIL_API, the mark of an exported name. */
 #ifndef TARNUTIL_EXPORT_H
 #define TARNUTIL_EXPORT_H

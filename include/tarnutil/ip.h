@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* IPv4 and IPv6 addresses as one 16-byte record, their text, and the hosts of an IPv4 network.
  *
  * Errors:  reported by result only; errno is as libc left it. No pointer may be NULL, except where

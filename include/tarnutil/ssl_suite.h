@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The TLS cipher suites that a server program can offer, and the cipher strings that select and
  * order them.
  *

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* The version of the library that a program is compiled against, for the preprocessor. */
 #ifndef TARNUTIL_VERSION_H
 #define TARNUTIL_VERSION_H

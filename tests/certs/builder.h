@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificates with extensions that the openssl command would not write.
 #ifndef TARNUTIL_TESTS_CERTS_BUILDER_H
 #define TARNUTIL_TESTS_CERTS_BUILDER_H

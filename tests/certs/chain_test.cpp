@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Certificates, keys and chains in an SSL_CTX.
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>

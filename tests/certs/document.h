@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The tables of docs/certificates.md: each is proved row by row, so that neither can drift.
 #ifndef TARNUTIL_TESTS_CERTS_DOCUMENT_H
 #define TARNUTIL_TESTS_CERTS_DOCUMENT_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Questions about certificates.
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>

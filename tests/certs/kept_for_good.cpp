@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Asks for the address of a revocation list, whose list is never released. Alone in a program for
 // leak checkers to look at: kept_for_good CERTIFICATE
 #include <tarnutil/cert.h>

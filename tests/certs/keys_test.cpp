@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Private keys: which forms load, and when DER is tried.
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Makes the keys, certificates, requests and revocation lists that the tests read.
 #
 #   make.sh DIRECTORY

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The files that make.sh made, and owners for what is loaded from them.
 #ifndef TARNUTIL_TESTS_CERTS_MATERIAL_H
 #define TARNUTIL_TESTS_CERTS_MATERIAL_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Who releases what the functions return: the table itself stands in docs/certificates.md and is
 // read from there.
 #include <gmock/gmock.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What OpenSSL's error queue holds after each function and outcome. The table itself stands in
 // docs/certificates.md and is read from there: here stands how each of its rows is brought about.
 #include <gmock/gmock.h>

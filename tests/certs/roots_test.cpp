@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Every root that the system trusts: what this library says of it is what openssl says.
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """openssl s_client against the example server: s_client_test.py SERVER MATERIAL_DIRECTORY"""
 
 import os

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Real handshakes over loopback between contexts that only these functions configured.
 #include <arpa/inet.h>
 #include <gmock/gmock.h>

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """docs/functions.md has every exported function once, and what it says may leave one is in the code."""
 
 import pathlib

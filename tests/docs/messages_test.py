@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """docs/messages.md is what its generator makes of the sources, and the generator misses no message."""
 
 import pathlib

@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Each message of docs/messages.md was given by the library while the tests ran, and no other one.
 
   provoked.py RECORD...     the records of the test programs; see tests/support/record.h

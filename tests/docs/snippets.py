@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """Every code snippet of the README, the guides and the manual pages does what it says.
 
   snippets.py SOURCE BUILD TARNUTIL CXX CC     TARNUTIL is the built command

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A bitmap and its model side by side: each operation is done on both, and what they hold compared.
 #ifndef TARNUTIL_TESTS_EB_CHECKED_H
 #define TARNUTIL_TESTS_EB_CHECKED_H

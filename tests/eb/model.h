@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a bitmap has to answer, worked out with sets and arithmetic: no records and no words.
 //
 // A bitmap is a smallest and a largest member, and the set of the positions below the handle. All

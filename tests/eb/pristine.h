@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A bitmap that can be put back to the state eb_init left it in, at the cost of the pages touched
 // since.
 #ifndef TARNUTIL_TESTS_EB_PRISTINE_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Long random runs of a bitmap beside its model, over ranges and places that differ in what they
 // meet.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The invariants of a bitmap, looked up in its records.
 #ifndef TARNUTIL_TESTS_EB_VERIFIER_H
 #define TARNUTIL_TESTS_EB_VERIFIER_H

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Builds and runs the consumer program in one of the ways a user can.
 #
 #   consumer.sh package    SOURCE BUILD   from a prefix that BUILD is installed into

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # The names that the shared object exports.
 #
 #   exported_names.sh LIBRARY           prints them, each with its readable form

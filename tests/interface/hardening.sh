@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Reads back from the shared object what the hardening options promise.
 #
 #   hardening.sh LIBRARY

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Compiles every public header by itself, without a warning, in each standard it promises.
 #
 #   headers.sh INCLUDE_DIRECTORY COMPILER...      the compilers by their C++ names: g++ clang++

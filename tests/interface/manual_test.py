@@ -1,4 +1,5 @@
 #!/usr/bin/env python3
+# SPDX-License-Identifier: Apache-2.0
 """The manual pages: section 3 names what the library exports, and every page formats cleanly."""
 
 import pathlib

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The names that the library exports, out of the committed list."""
 
 import pathlib

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Every function of ip.h called from C99. Exits with the number of what went wrong, 0 if nothing.
  */
 #include <stdio.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """ip.h through ctypes: ctypes_test.py LIBRARY."""
 
 import ctypes

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: Apache-2.0
 # Checks the Debian packages of a folder as a user's machine would: they install into a clean root, the
 # programs in them find what they need, consumers build against them, and lintian has nothing to say.
 #

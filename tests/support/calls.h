@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The calls that a test can make fail, one row each: the row yields the enumerator Call::<name> and
 // the function that stands in front of the real one.
 //

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Cancelling threads.
 #ifndef TARNUTIL_TESTS_SUPPORT_CANCELLED_H
 #define TARNUTIL_TESTS_SUPPORT_CANCELLED_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Fails every call of an operation in turn, until it succeeds because there was none left to fail.
 #ifndef TARNUTIL_TESTS_SUPPORT_FAIL_EACH_H
 #define TARNUTIL_TESTS_SUPPORT_FAIL_EACH_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // operator new of the test program and of every library in it: fails when Call::operator_new is
 // due.
 #include <cstdlib>

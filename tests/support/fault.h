@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Makes a libc, pthread or OpenSSL call of the program fail.
 //
 // The test program defines the functions of calls.h itself and forwards to the real ones unless a

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The functions that stand in front of the real ones: one for each row of calls.h.
 //
 // Each is defined under a name of its own and given the real one as its symbol, because the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a process holds: for tests that count before and after.
 #ifndef TARNUTIL_TESTS_SUPPORT_LEAKS_H
 #define TARNUTIL_TESTS_SUPPORT_LEAKS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Prints what this program inherited: for each open descriptor its number, a blank and what it
 // refers to, one per line.
 #include <dirent.h>

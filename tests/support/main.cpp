@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // main of every test program: starts it again without the allocator's per-thread caches, which
 // would count freed memory as live (see leaks.h), and runs the tests.
 #include <gmock/gmock.h>

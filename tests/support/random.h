@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Random inputs whose seed a failing test prints, and that TARNUTIL_TEST_SEED repeats.
 #ifndef TARNUTIL_TESTS_SUPPORT_RANDOM_H
 #define TARNUTIL_TESTS_SUPPORT_RANDOM_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A record of every message that the library gave while a test program ran: the proof that each row
 // of docs/messages.md is provoked by some test.
 //

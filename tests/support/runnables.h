@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Runnables made of functions, and a count of what becomes of them.
 #ifndef TARNUTIL_TESTS_SUPPORT_RUNNABLES_H
 #define TARNUTIL_TESTS_SUPPORT_RUNNABLES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A directory for one test, removed with everything in it.
 #ifndef TARNUTIL_TESTS_SUPPORT_SCRATCH_DIR_H
 #define TARNUTIL_TESTS_SUPPORT_SCRATCH_DIR_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What an operation throws, class and number included, as one text to compare.
 #ifndef TARNUTIL_TESTS_SUPPORT_THROWN_H
 #define TARNUTIL_TESTS_SUPPORT_THROWN_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What system calls the program made, in order: for tests of an order that results do not show.
 #ifndef TARNUTIL_TESTS_SUPPORT_TRAIL_H
 #define TARNUTIL_TESTS_SUPPORT_TRAIL_H

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """Issues tokens without the library: the openssl command encrypts, the layout is written out here.
 
 Run as a script, it makes the keys that are missing in this directory and writes the golden tokens

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil base64, beside Python's."""
 
 import base64

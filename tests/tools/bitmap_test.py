@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil bitmap: the memory of a bitmap, and the sizes that are none."""
 
 import json

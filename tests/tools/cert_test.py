@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil cert: what it prints of certificate files, and what it refuses."""
 
 import json

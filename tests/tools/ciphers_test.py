@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil ciphers: the offer, its explanation, warnings, refusals, names, and shell completion."""
 
 import json

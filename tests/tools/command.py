@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of the tarnutil command share: running it, and unittest's main."""
 
 import subprocess

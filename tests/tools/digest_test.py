@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil digest, beside sha1sum and md5sum; its bar, on a terminal of the test's own."""
 
 import os

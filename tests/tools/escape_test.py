@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil escape: for a shell and for regular expressions."""
 
 import subprocess

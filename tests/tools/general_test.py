@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """The tarnutil command as a whole: help, version and usage errors."""
 
 from command import CommandTest, main, run

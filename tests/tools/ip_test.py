@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil ip: the hosts of a network, and one address."""
 
 import ipaddress

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil run: a program as a child, with its streams passed through and a deadline."""
 
 import tempfile

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 """tarnutil token: both directions, against tokens made and read without the library."""
 
 import json

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: Apache-2.0
 # bash completion of tarnutil: the options of its subcommands, and the words of a cipher string.
 
 # Completes $1, a cipher string up to the cursor, word by word. Readline replaces only what follows

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil base64: bytes as one line of base64, and back.
 #include <tarnutil/CryptoUtil.h>
 

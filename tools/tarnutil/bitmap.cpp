@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil bitmap: what a bitmap costs before it is made.
 #include <cstdint>
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil cert: what stands in a certificate file, and whether its certificates fit together.
 #include <openssl/err.h>
 #include <tarnutil/cert.h>

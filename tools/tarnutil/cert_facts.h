@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What the cert commands tell of certificates: read from a file, and made into text.
 #ifndef TARNUTIL_TOOLS_CERT_FACTS_H
 #define TARNUTIL_TOOLS_CERT_FACTS_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A suite under its three names.
 #ifndef TARNUTIL_TOOLS_CIPHER_NAMES_H
 #define TARNUTIL_TOOLS_CIPHER_NAMES_H

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A cipher string applied to the whole catalogue, and what became of it token by token.
 //
 // Everything is found by applying strings to contexts of their own, never by a second reading of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 #include "cipher_words.h"
 
 #include <tarnutil/ssl_suite.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The words of cipher strings: keywords and suite names.
 #ifndef TARNUTIL_TOOLS_CIPHER_WORDS_H
 #define TARNUTIL_TOOLS_CIPHER_WORDS_H

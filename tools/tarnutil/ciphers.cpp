@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil ciphers: what a cipher string offers, and why.
 #include <tarnutil/ssl_suite.h>
 

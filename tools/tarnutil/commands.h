@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // The subcommands of tarnutil: each file adds its own to the application.
 //
 // A subcommand's callback does its work and returns for exit code 0, throws Refused for 1 and

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil digest: the digests of files, in the format of sha1sum and md5sum.
 #include <tarnutil/CryptoUtil.h>
 #include <tarnutil/Exception.h>

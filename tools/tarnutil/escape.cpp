@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil escape: text escaped for a shell or a regular expression.
 #include <iostream>
 #include <iterator>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What a subcommand is given on standard input or in a file.
 #ifndef TARNUTIL_TOOLS_INPUT_H
 #define TARNUTIL_TOOLS_INPUT_H

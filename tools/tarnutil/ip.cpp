@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil ip: addresses and the hosts of a network.
 #include <tarnutil/ip.h>
 

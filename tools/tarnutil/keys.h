@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // RSA keys from files.
 #ifndef TARNUTIL_TOOLS_KEYS_H
 #define TARNUTIL_TOOLS_KEYS_H

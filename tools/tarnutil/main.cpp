@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil: the library at the shell.
 #include <exception>
 #include <iostream>

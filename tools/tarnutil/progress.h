@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // A bar on the terminal while a file is read.
 #ifndef TARNUTIL_TOOLS_PROGRESS_H
 #define TARNUTIL_TOOLS_PROGRESS_H

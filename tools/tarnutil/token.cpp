@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // tarnutil token: issues authentication tokens and checks them.
 #include <tarnutil/CryptoUtil.h>
 

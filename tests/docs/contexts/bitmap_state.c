@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Brings a bitmap into the state that the guide calls S, and asks it what the guide says of it. */
 #include <stdlib.h>
 

@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Walks over members around the bounds of leaves and tops. */
 #include <stdlib.h>
 

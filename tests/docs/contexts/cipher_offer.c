@@ -1,3 +1,4 @@
+/* SPDX-License-Identifier: Apache-2.0 */
 /* Offers what a cipher string selects. */
 #include <string.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Issues a token of now and an old one, and lets the guide's lines judge them.
 #include <openssl/rsa.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Catches every exception class of the library by its own type, across the library's boundary, in a
 // program whose own symbols are hidden. Exits with the number of the first class that was missed.
 #include <tarnutil/CryptoUtil.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clang's thread-safety analysis has to report: exactly what the comments say, where they
 // stand.
 // clang-format off

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // What clang's thread-safety analysis has to accept: every access happens under the lock.
 // expected-no-diagnostics
 #include <tarnutil/Condition.h>
