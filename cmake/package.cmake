@@ -37,6 +37,7 @@ install(
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtarnutil-doc
   COMPONENT doc
   PATTERN "man" EXCLUDE
+  PATTERN "tables" EXCLUDE
   PATTERN "*.in" EXCLUDE)
 
 # The symbols file of the shared object, made of the list that the tests keep.

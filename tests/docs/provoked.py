@@ -51,11 +51,12 @@ def failures(lines):
 
 
 def recorded(paths):
-    """The lines of all records, each once."""
+    """The lines of all records, each once. The records go: they are of this run alone."""
     lines = set()
     for path in paths:
         with open(path, encoding="utf-8", errors="backslashreplace") as file:
             lines |= {tuple(line.rstrip("\n").split("\t", 1)) for line in file}
+        os.remove(path)
     return lines
 
 

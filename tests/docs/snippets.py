@@ -117,7 +117,7 @@ class Workshop:
         self.folder = pathlib.Path(folder)
         self.root = self.folder / "root"  # what the README's own commands install into
         self.env = {**os.environ, "LC_ALL": "C.UTF-8", "DESTDIR": str(self.root), "CXX": str(CXX), "CC": str(CC),
-                    "CMAKE_CXX_COMPILER_LAUNCHER": str(self.folder / "bin/fast"),
+                    "CMAKE_GENERATOR": "Ninja", "CMAKE_CXX_COMPILER_LAUNCHER": str(self.folder / "bin/fast"),
                     "PATH": f"{self.folder}/bin:{TARNUTIL.parent}:{os.environ['PATH']}"}
         self.put_tools()
         self.put_materials()
