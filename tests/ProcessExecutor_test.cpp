@@ -172,9 +172,9 @@ TEST_F(ProcessExecutorTest, ArgumentVectorIsGivenAsItIs) {
 TEST_F(ProcessExecutorTest, ArgumentVectorIsOneAllocation) {
     for (const std::vector<std::string>& args : {shell("exit 0"), std::vector<std::string>{}}) {
         ProcessExecutor child(kShell);
-        const unsigned long before = Fault::calls(Call::operator_new);
+        const unsigned long already = Fault::calls(Call::operator_new);
         child.exec(args);
-        EXPECT_EQ(Fault::calls(Call::operator_new) - before, 1U) << args.size() << " arguments";
+        EXPECT_EQ(Fault::calls(Call::operator_new) - already, 1U) << args.size() << " arguments";
     }
 }
 
