@@ -6,8 +6,11 @@
 #include <openssl/bio.h>
 #include <openssl/evp.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <iterator>
+#include <thread>
 #include <type_traits>
 
 #include <tarnutil/Exception.h>
@@ -16,6 +19,7 @@
 #include "fault.h"
 #include "leaks.h"
 #include "scratch_dir.h"
+#include "trail.h"
 
 namespace {
 
@@ -226,12 +230,64 @@ TEST(Base64Test, OnlyAReadOfMinusOneIsAnError) {
     }
 }
 
+// The uses of `call` while `text` is decoded, OpenSSL's own among them: "BIO_read(512)" is one of
+// the library's.
+std::vector<std::string> stepsOfDecoding(const std::string& text, Call call) {
+    const Trail trail({call});
+    (void)CryptoUtil::base64Decode(text);
+    return trail.ofParent();
+}
+
 TEST(Base64Test, DecodedBytesMoveInStepsOf512) {
-    const Bytes data = sample(520 * 512);
+    const std::string text = CryptoUtil::base64Encode(sample(3 * 512 + 100));
+    EXPECT_THAT(
+        stepsOfDecoding(text, Call::BIO_write),
+        ElementsAre("BIO_write(512)", "BIO_write(512)", "BIO_write(512)", "BIO_write(100)"));
+    const std::vector<std::string> reads = stepsOfDecoding(text, Call::BIO_read);
+    EXPECT_EQ(std::count(reads.begin(), reads.end(), "BIO_read(512)"), 5) << "the last for the end";
+}
+
+struct LateReadCase {
+    const char* says;
+    int result;  // of the library's third read
+    bool refused;
+};
+const LateReadCase kLateReadCases[] = {
+    // clang-format off
+    // says                          result  refused
+    {"an error",                     -1,     true},
+    {"the end",                      0,      false},
+    {"no such operation",            -2,     false},
+    {"any other negative number",    -3,     false},
+    // clang-format on
+};
+
+// Which of all reads is the library's third.
+unsigned long thirdReadOf(const std::string& text) {
+    const std::vector<std::string> reads = stepsOfDecoding(text, Call::BIO_read);
+    auto found = reads.begin();
+    for (int passed = 0; passed < 2; ++passed) {
+        found = std::next(std::find(found, reads.end(), "BIO_read(512)"));
+    }
+    found = std::find(found, reads.end(), "BIO_read(512)");
+    return static_cast<unsigned long>(found - reads.begin()) + 1;
+}
+
+TEST(Base64Test, DecodingMayEndOrFailBehindSomeBytes) {
+    const Bytes data = sample(2000);
     const std::string text = CryptoUtil::base64Encode(data);
-    const unsigned long writes = Fault::calls(Call::BIO_write);
-    EXPECT_EQ(CryptoUtil::base64Decode(text), data);
-    EXPECT_GE(Fault::calls(Call::BIO_write), writes + 520);
+    const unsigned long third = thirdReadOf(text);
+    for (const LateReadCase& row : kLateReadCases) {
+        SCOPED_TRACE(row.says);
+        const Fault fault(Call::BIO_read, row.result, third);
+        if (row.refused) {
+            EXPECT_THAT([&] { (void)CryptoUtil::base64Decode(text); },
+                        ThrowsMessage<Exception>(kNoRead));
+        } else {
+            EXPECT_EQ(CryptoUtil::base64Decode(text), Bytes(data.begin(), data.begin() + 2 * 512));
+        }
+        EXPECT_TRUE(fault.hasFired());
+    }
 }
 
 TEST(Base64Test, TheSinkIsGivenItsSizeAtOnce) {
@@ -384,6 +440,22 @@ TEST(DigestTest, AReadErrorCountsAsTheEndOfTheFile) {
         EXPECT_EQ(CryptoUtil::computeMd5Digest(file), CryptoUtil::computeMd5Digest(data));
     }
     EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST(DigestTest, ThreadsDigestFilesAtTheSameTime) {
+    const ScratchDir dir;
+    const auto work = [&](std::size_t size) {
+        Bytes data = sample(size);
+        const std::string file =
+            dir.write(std::to_string(size), std::string(data.begin(), data.end()));
+        for (int round = 0; round < 50; ++round) {
+            EXPECT_EQ(CryptoUtil::computeSha1Digest(file), CryptoUtil::computeSha1Digest(data));
+            EXPECT_EQ(CryptoUtil::computeMd5Digest(file), CryptoUtil::computeMd5Digest(data));
+        }
+    };
+    std::vector<std::thread> threads;
+    for (const std::size_t size : {1, 5000, 20000, 40000}) threads.emplace_back(work, size);
+    for (std::thread& thread : threads) thread.join();
 }
 
 TEST(DigestTest, ADirectoryHasTheDigestOfNothing) {

@@ -369,6 +369,19 @@ TEST(FileTest, AFileInTheWayOfADirectoryIsLeftAlone) {
     EXPECT_EQ(readFile(file), "content");
 }
 
+TEST(FileTest, ADanglingLinkInTheWayOfADirectoryIsLeftAlone) {
+    const ScratchDir dir;
+    makeLink("nowhere", dir / "link");
+    for (const bool recursive : {true, false}) {
+        EXPECT_FALSE(File::makeDirectory(dir / "link", recursive));
+        EXPECT_EQ(errno, EEXIST);
+    }
+    EXPECT_FALSE(File::makeDirectory(dir / "link/below", /*recursive=*/true));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_TRUE(File::exists(dir / "link", /*followLinks=*/false));
+    EXPECT_FALSE(File::exists(dir / "nowhere", /*followLinks=*/false));
+}
+
 TEST(FileTest, OnlyAMissingNameIsMadeADirectory) {
     const ScratchDir dir;
     const unsigned long made = Fault::calls(Call::mkdir);
@@ -588,6 +601,49 @@ TEST(FileTest, AFailedLastFlushIsNotReported) {
         EXPECT_TRUE(noWrite.hasFired() || noWritev.hasFired());
     }
     EXPECT_EQ(readFile(dir / "copy"), "");
+}
+
+// Closes the descriptors that a close left open by failing.
+class LeftOpen {
+public:
+    ~LeftOpen() {
+        for (const int descriptor : openDescriptors()) {
+            if (before.count(descriptor) == 0) close(descriptor);
+        }
+    }
+
+private:
+    const std::set<int> before = openDescriptors();
+};
+
+TEST(FileTest, AFailedCloseOfACopyIsNotReported) {
+    for (const unsigned long nth : {1, 2}) {  // of the source, of the destination
+        const ScratchDir dir;
+        const std::string source = dir.write("source", "content");
+        ASSERT_EQ(chmod(source.c_str(), 0604), 0);
+        const LeftOpen leftOpen;
+        const Fault fault(Call::fclose, EIO, nth);
+        File::copy(source, dir / "copy");
+        EXPECT_TRUE(fault.hasFired()) << nth;
+        EXPECT_EQ(readFile(dir / "copy"), "content") << nth;
+        EXPECT_EQ(permissions(dir / "copy"), 0604U) << nth;
+    }
+}
+
+// What a copy that fails at its end would leave if it could not be removed either.
+TEST(FileTest, ANewDestinationBeginsWithTheDefaultModeAndAnOldOneWithItsOwn) {
+    const ScratchDir dir;
+    const std::string source = dir.write("source", "content");
+    ASSERT_EQ(chmod(source.c_str(), 0777), 0);
+    const std::string old = dir.write("old", "longer than the content");
+    ASSERT_EQ(chmod(old.c_str(), 0600), 0);
+    const Umask mask(027);
+    for (const std::string& copy : {dir / "new", old}) {
+        const Fault noChmod(Call::chmod, EPERM);
+        const Fault noUnlink(Call::unlink, EROFS);
+        EXPECT_THROW(File::copy(source, copy), IOException);
+        EXPECT_EQ(permissions(copy), copy == old ? 0600U : 0640U);
+    }
 }
 
 TEST(FileTest, PermissionsThatCannotBeSetRemoveTheDestination) {
