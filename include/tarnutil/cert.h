@@ -74,8 +74,9 @@ TARNUTIL_API RSA* TARNSSL_load_RSA_file(const char* path, void* password);
 /* Configuring an SSL_CTX
  *
  * The context takes references of its own. A file that is read as DER clears the error queue on the
- * way. Clear it (ERR_clear_error) before SSL I/O: SSL_get_error looks at it, and a failed call may
- * have left something there. */
+ * way, and so does a certificate that takes the place of one with another key, which drops that key
+ * from the context: set the certificate first, then its key. Clear the queue (ERR_clear_error)
+ * before SSL I/O: SSL_get_error looks at it, and a failed call may have left something there. */
 
 /* Loads a certificate and makes it the context's: SSL_CTX_use_certificate's result, 0 if there is
  * none to load. */
