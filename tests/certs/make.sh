@@ -102,4 +102,8 @@ cat rsa.traditional.der damaged.pem >der_then_damaged.pem
 { cat rsa.traditional.der; echo; cat damaged.pem; } >der_newline_damaged.pem
 cat rsa.traditional.der root.pem >der_then_certificate.pem
 head -n 5 rsa.pem >cut_short.pem
+
+# Between DER and PEM: the block begins a line, or it does not. (DER ends in any byte.)
+printf '\n' >newline
+printf '\nx' >letter
 : >empty
