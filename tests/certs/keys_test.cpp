@@ -133,6 +133,17 @@ TEST(KeyReadingTest, APasswordCountsAsFarAsTheBufferTakesIt) {
     ERR_clear_error();
 }
 
+// Whether the one opens what the other opens is OpenSSL's business, and differs between releases.
+TEST(KeyReadingTest, NoPasswordIsAnEmptyPassword) {
+    const std::string locked = lockedWith("");
+    const auto opens = [&](const char* password) {
+        const BioPtr bio = reading(locked);
+        return EvpPkeyPtr(TARNSSL_load_PrivateKey_bio(bio.get(), secret(password))) != nullptr;
+    };
+    EXPECT_EQ(opens(nullptr), opens(""));
+    ERR_clear_error();
+}
+
 TEST(KeyReadingTest, AFileThatIsNotThereIsNull) {
     EXPECT_EQ(TARNSSL_load_PrivateKey_file("/nonexistent/key", nullptr), nullptr);
     EXPECT_EQ(TARNSSL_load_RSA_file("/nonexistent/key", nullptr), nullptr);
@@ -194,6 +205,17 @@ TEST(KeyReadingTest, AStartLineIsFoundAtEveryDistance) {
         const BioPtr bio = reading(bytes);
         const EvpPkeyPtr key(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr));
         EXPECT_EQ(key, nullptr) << distance;
+    }
+    ERR_clear_error();
+}
+
+TEST(KeyReadingTest, AStartLineIsFoundThoughNothingFollows) {
+    const std::string mark = "-----BEGIN ";
+    for (std::size_t size = 4090; size <= 4110; ++size) {
+        std::string bytes = readFile(material("ec.pkcs8.der"));
+        bytes += std::string(size - mark.size() - bytes.size(), '\0') + mark;
+        const BioPtr bio = reading(bytes);
+        EXPECT_EQ(EvpPkeyPtr(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr)), nullptr) << size;
     }
     ERR_clear_error();
 }
