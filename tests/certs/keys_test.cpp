@@ -135,7 +135,16 @@ TEST(KeyReadingTest, APasswordCountsAsFarAsTheBufferTakesIt) {
 
 // Whether the one opens what the other opens is OpenSSL's business, and differs between releases.
 TEST(KeyReadingTest, NoPasswordIsAnEmptyPassword) {
-    const std::string locked = lockedWith("");
+    const EvpPkeyPtr key(TARNSSL_load_PrivateKey_file(material("rsa.pem").c_str(), nullptr));
+    const RsaPtr rsa(EVP_PKEY_get1_RSA(key.get()));
+    const BioPtr written(BIO_new(BIO_s_mem()));
+    unsigned char nothing = 0;  // of which no byte counts
+    ASSERT_EQ(PEM_write_bio_RSAPrivateKey(written.get(), rsa.get(), EVP_aes_128_cbc(), &nothing, 0,
+                                          nullptr, nullptr),
+              1);
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(written.get(), &data);
+    const std::string locked(data, static_cast<std::size_t>(length));
     const auto opens = [&](const char* password) {
         const BioPtr bio = reading(locked);
         return EvpPkeyPtr(TARNSSL_load_PrivateKey_bio(bio.get(), secret(password))) != nullptr;
