@@ -6,21 +6,17 @@
 #include <tarnutil/ssl_suite.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "require.h"
 #include "ssl_suite_model.h"
 
 using tarnutil_test::ModelItem;
 using tarnutil_test::SelectionModel;
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 int note(void* terms, ssl_suite_ctx_t*, const char* term) {
     static_cast<std::vector<std::string>*>(terms)->push_back(term);

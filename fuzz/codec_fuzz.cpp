@@ -5,20 +5,17 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include <tarnutil/Exception.h>
 
+#include "require.h"
+
 namespace {
 
 using tarnutil::CryptoUtil;
 using Bytes = std::vector<unsigned char>;
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
 
 // Reads what it can and writes it to `again`; returns how many bytes were left.
 unsigned long readAll(Bytes& input, Bytes& again) {

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <cstring>
 #include <string>
 
@@ -11,17 +10,12 @@
 #include <tarnutil/StringUtil.h>
 #include <tarnutil/ip.h>
 
+#include "ip_texts.h"
+#include "require.h"
+
 using tarnutil::StringUtil;
 
 namespace {
-
-void require(bool holds) {
-    if (!holds) std::abort();
-}
-
-bool same(const ip_addr_t& a, const ip_addr_t& b) {
-    return std::memcmp(a.bytes, b.bytes, sizeof a.bytes) == 0;
-}
 
 // Whether libc takes the text for an address of either family.
 bool isAddress(const char* text) {
@@ -33,7 +27,7 @@ void requireRoundTrip(const ip_addr_t& addr) {
     char text[INET6_ADDRSTRLEN];
     require(ip_ntop_r(&addr, text, sizeof text) == text);
     require(StringUtil::ipToString(addr) == text);
-    require(same(StringUtil::stringToIp(text), addr));
+    require(StringUtil::stringToIp(text) == addr);
 }
 
 }  // namespace
@@ -45,13 +39,13 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     ip_addr_t addr = untouched;
     ip_pton_r(text.c_str(), &addr);
     if (isAddress(text.c_str())) {
-        require(same(StringUtil::stringToIp(text), addr));
+        require(StringUtil::stringToIp(text) == addr);
         requireRoundTrip(addr);
     } else {
-        require(same(addr, untouched));
+        require(addr == untouched);
         try {
             (void)StringUtil::stringToIp(text);
-            std::abort();
+            require(false);
         } catch (const tarnutil::Exception& e) {
             const std::string whole = "Could not convert string to IP address: \"" + text + "\"";
             require(std::strcmp(e.what(), whole.c_str()) == 0);

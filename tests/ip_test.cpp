@@ -11,11 +11,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <ostream>
 #include <string>
 #include <vector>
 
 #include "fault.h"
+#include "ip_texts.h"
 #include "random.h"
 #include "trail.h"
 
@@ -41,23 +41,7 @@ extern "C" void* callocOfTheTest(std::size_t count, std::size_t size) {
     return callocFails ? nullptr : real(count, size);
 }
 
-bool operator==(const ip_addr_t& a, const ip_addr_t& b) {
-    return std::memcmp(a.bytes, b.bytes, sizeof a.bytes) == 0;
-}
-
-std::ostream& operator<<(std::ostream& out, const ip_addr_t& addr) {
-    char text[INET6_ADDRSTRLEN];
-    return out << inet_ntop(AF_INET6, addr.bytes, text, sizeof text);
-}
-
 namespace {
-
-// The record of an IPv6 text, made without the library.
-ip_addr_t v6(const char* text) {
-    ip_addr_t addr{};
-    if (inet_pton(AF_INET6, text, addr.bytes) != 1) ADD_FAILURE() << text;
-    return addr;
-}
 
 // The record of four IPv4 bytes in network order.
 ip_addr_t v4(const unsigned char (&quad)[4]) {
@@ -89,45 +73,11 @@ ip_addr_t parsed(const char* text) {
 
 // ---- text ---------------------------------------------------------------------------------------
 
-struct TextCase {
-    const char* says;
-    const char* text;
-    const char* address;  // as IPv6 text
-    const char* printed;
-};
-
-// clang-format off
-const TextCase kTextCases[] = {
-    // says                                      text                address               printed
-    {"IPv4 is held mapped",                      "10.1.2.3",         "::ffff:a01:203",     "10.1.2.3"},
-    {"IPv4-mapped IPv6 text prints as IPv4",     "::ffff:10.1.2.3",  "::ffff:a01:203",     "10.1.2.3"},
-    {"mapped in hexadecimal too",                "::ffff:a01:203",   "::ffff:a01:203",     "10.1.2.3"},
-    {"the fourth word is not examined",          "0.0.0.0",          "::ffff:0:0",         "0.0.0.0"},
-    {"broadcast",                                "255.255.255.255",  "::ffff:ffff:ffff",   "255.255.255.255"},
-    {"IPv6 loopback",                            "::1",              "::1",                "::1"},
-    {"IPv6 unspecified",                         "::",               "::",                 "::"},
-    {"link-local IPv6",                          "fe80::1",          "fe80::1",            "fe80::1"},
-    {"capitals are read, not written",           "FE80::ABCD",       "fe80::abcd",         "fe80::abcd"},
-    {"IPv4-compatible is IPv6",                  "::10.1.2.3",       "::a01:203",          "::10.1.2.3"},
-    {"a first word other than 0 is IPv6",        "1::ffff:a01:203",  "1::ffff:a01:203",    "1::ffff:a01:203"},
-    {"the last bit of the first word counts",    "0:1::ffff:1:2",    "0:1::ffff:1:2",      "0:1::ffff:1:2"},
-    {"a second word other than 0 is IPv6",       "::1:0:ffff:1:2",   "::1:0:ffff:1:2",     "::1:0:ffff:1:2"},
-    {"the last bit of the second word counts",   "::1:0:ffff:a:b",   "::1:0:ffff:a:b",     "::1:0:ffff:a:b"},
-    {"bytes 8 and 9 have to be 0",               "::1:ffff:1:2",     "::1:ffff:1:2",       "::1:ffff:1:2"},
-    {"byte 10 has to be ff",                     "::fe:ffff:1:2",    "::fe:ffff:1:2",      "::fe:ffff:1:2"},
-    {"bytes 10 and 11 both have to be ff",       "::fffe:1:2",       "::fffe:1:2",         "::fffe:1:2"},
-    {"byte 10 alone is not enough",              "::ff00:1:2",       "::ff00:1:2",         "::ff00:1:2"},
-    {"the longest text",                         "fff0:fff1:fff2:fff3:fff4:fff5:fff6:fff7",
-                                                 "fff0:fff1:fff2:fff3:fff4:fff5:fff6:fff7",
-                                                 "fff0:fff1:fff2:fff3:fff4:fff5:fff6:fff7"},
-};
-// clang-format on
-
-class IpTextTest : public testing::TestWithParam<TextCase> {};
-INSTANTIATE_TEST_SUITE_P(All, IpTextTest, testing::ValuesIn(kTextCases));
+class IpTextTest : public testing::TestWithParam<IpText> {};
+INSTANTIATE_TEST_SUITE_P(All, IpTextTest, testing::ValuesIn(kIpTexts));
 
 TEST_P(IpTextTest, IsParsedAndPrinted) {
-    const TextCase& row = GetParam();
+    const IpText& row = GetParam();
     EXPECT_EQ(parsed(row.text), v6(row.address)) << row.says;
     EXPECT_EQ(*ip_pton(row.text), v6(row.address)) << row.says;
     EXPECT_EQ(printed(v6(row.address)), row.printed) << row.says;
