@@ -20,24 +20,16 @@
 #include <tarnutil/TmpFile.h>
 
 #include "bench.h"
+#include "numbers.h"
 
 namespace {
 
 using Bytes = std::vector<unsigned char>;
 using tarnutil::CryptoUtil;
+using tarnutil_bench::someBytes;
 
 constexpr std::size_t kSizes[] = {64, 4096, 65536, 1 << 20};
 constexpr std::size_t kFileSizes[] = {4096, 1 << 20, 16 << 20};
-
-Bytes someBytes(std::size_t size) {
-    Bytes bytes(size);
-    unsigned int value = 1;
-    for (unsigned char& byte : bytes) {
-        value = value * 1664525U + 1013904223U;
-        byte = static_cast<unsigned char>(value >> 24);
-    }
-    return bytes;
-}
 
 // Adds a row whose `work` is called with an input that `made` makes of `size` before the clock
 // starts.

@@ -20,9 +20,12 @@
 #include <tarnutil/StringUtil.h>
 
 #include "bench.h"
+#include "numbers.h"
 
 using tarnutil::StringUtil;
 using tarnutil::tarnstring;
+using tarnutil_bench::Numbers;
+using tarnutil_bench::someBytes;
 
 namespace {
 
@@ -38,18 +41,6 @@ void row(const std::string& operation, std::size_t size, const char* who, Work w
 }
 
 constexpr std::size_t kSizes[] = {8, 64, 1000, 4096, 65536, 1 << 20};
-
-// Numbers without a pattern that a processor would learn, the same in every run.
-class Numbers {
-public:
-    std::size_t below(std::size_t end) {
-        state = state * 6364136223846793005U + 1442695040888963407U;
-        return (state >> 33) % end;
-    }
-
-private:
-    std::uint64_t state = 1;
-};
 
 // `size` bytes of words of 1 to `longest` letters with `separators` between them.
 std::string words(std::size_t size, std::size_t longest, const std::string& separators) {
@@ -115,9 +106,7 @@ void addTrim(std::size_t size) {
 }
 
 void addHex(std::size_t size) {
-    Numbers numbers;
-    Bytes bytes(size);
-    for (unsigned char& byte : bytes) byte = static_cast<unsigned char>(numbers.below(256));
+    const Bytes bytes = someBytes(size);
     const std::string text(bytes.begin(), bytes.end());
     row("hex", size, "tarnutil", [bytes] { return StringUtil::toHexString(bytes); });
     row("hex", size, "absl::BytesToHexString", [text] { return absl::BytesToHexString(text); });

@@ -7,6 +7,7 @@
 #include <boost/asio/ip/address.hpp>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -33,7 +34,7 @@ ip_addr_t parsed(const std::string& text) {
 }
 
 // Reading `text` with ip_pton_r and with StringUtil, each beside the calls of libc that are
-// promised.
+// promised. StringUtil promises to fail for other text, and the mapped form of IPv4, besides.
 void addParse(const std::string& family, const std::string& text, bool isIpv6) {
     const auto libc = [text, isIpv6] {
         ip_addr_t addr{};
@@ -48,13 +49,20 @@ void addParse(const std::string& family, const std::string& text, bool isIpv6) {
     const std::string operation = "string_to_ip_" + family;
     row(operation, text.size(), "tarnutil", [text] { return StringUtil::stringToIp(text); });
     row(operation, text.size(), "inet_pton", libc);
+    row(operation, text.size(), "promised_steps", [text] {
+        ip_addr_t addr{};
+        if (inet_pton(AF_INET6, text.c_str(), addr.bytes) == 1) return addr;
+        if (inet_pton(AF_INET, text.c_str(), addr.bytes + 12) != 1) std::abort();
+        addr.bytes[10] = addr.bytes[11] = 0xFF;
+        return addr;
+    });
     row(operation, text.size(), "boost::asio",
         [text] { return boost::asio::ip::make_address(text); });
     row(operation, text.size(), "Poco::Net", [text] { return Poco::Net::IPAddress::parse(text); });
 }
 
 // Printing `addr` with ip_ntop_r and with StringUtil, each beside the call of libc that is
-// promised.
+// promised. StringUtil promises a zeroed buffer of 256 bytes and a string besides.
 void addPrint(const std::string& family, const std::string& text, bool isIpv6) {
     const ip_addr_t addr = parsed(text);
     const auto libc = [addr, isIpv6] {
@@ -75,6 +83,12 @@ void addPrint(const std::string& family, const std::string& text, bool isIpv6) {
     const Poco::Net::IPAddress poco = Poco::Net::IPAddress::parse(text);
     row(operation, text.size(), "tarnutil", [addr] { return StringUtil::ipToString(addr); });
     row(operation, text.size(), "inet_ntop", libc);
+    row(operation, text.size(), "promised_steps", [addr, isIpv6] {
+        const std::unique_ptr<char[]> buf(new char[256]());
+        benchmark::DoNotOptimize(isIpv6 ? inet_ntop(AF_INET6, addr.bytes, buf.get(), 256)
+                                        : inet_ntop(AF_INET, addr.bytes + 12, buf.get(), 256));
+        return std::string(buf.get());
+    });
     row(operation, text.size(), "boost::asio", [asio] { return asio.to_string(); });
     row(operation, text.size(), "Poco::Net", [poco] { return poco.toString(); });
 }
