@@ -18,26 +18,16 @@ constexpr std::size_t kTextSize = 256;
 
 constexpr int kMaxHostBits = 16;
 
-// IPv4 words and the last eight bytes of a record are handled as the machine's own integers, whose
-// least significant byte is the one of lowest address: counting one up carries into the next byte.
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "hosts are numbered in memory order");
-
 std::uint32_t ipv4_word(const ip_addr_t& addr) {
     std::uint32_t word;
     std::memcpy(&word, tarnutil::ipv4Bytes(addr), sizeof word);
     return word;
 }
 
-// Makes a zeroed record the IPv4 address `word`.
-void set_ipv4(ip_addr_t* zeroed, std::uint32_t word) {
-    const std::uint64_t last_half = std::uint64_t{word} << 32 | 0xFFFF0000;
-    std::memcpy(zeroed->bytes + 8, &last_half, sizeof last_half);
-}
-
 // Appends to the first `size` records of a list the same ones with `bit` of their IPv4 word set.
 void append_with_bit(ip_addr_t* list, std::uint32_t size, std::uint32_t bit) {
-    ip_addr_t mask{};
-    std::memcpy(mask.bytes + sizeof mask - sizeof bit, &bit, sizeof bit);
+    ip_addr_t mask;
+    tarnutil::setIpv4(mask, bit);
     const Block set = Block::at(mask.bytes);
     for (std::uint32_t i = 0; i < size; ++i) {
         (Block::at(list[i].bytes) | set).storeTo(list[size + i].bytes);
@@ -95,7 +85,7 @@ ip_addr_t* hosts_on_network(const ip_addr_t* network, const ip_addr_t* mask, std
 
     auto* hosts = static_cast<ip_addr_t*>(std::calloc(*count, sizeof(ip_addr_t)));
     if (hosts == nullptr) return nullptr;
-    set_ipv4(hosts, ipv4_word(*network) & ~host_bits);
+    tarnutil::setIpv4(*hosts, ipv4_word(*network) & ~host_bits);
     std::uint32_t size = 1;
     for (std::uint32_t rest = host_bits; rest != 0; rest &= rest - 1) {
         append_with_bit(hosts, size, rest & -rest);

@@ -26,6 +26,16 @@ inline const std::uint8_t* ipv4Bytes(const ip_addr_t& addr) {
     return addr.bytes + sizeof kIpv4Prefix;
 }
 
+// Addresses are handled as the machine's own integers, whose byte of lowest address counts least.
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+              "a word is in memory as it is in the record");
+
+// Makes `addr` the IPv4 address whose bytes in memory are those of `word`.
+inline void setIpv4(ip_addr_t& addr, std::uint32_t word) {
+    const std::uint64_t halves[] = {0, std::uint64_t{word} << 32 | 0xFFFF0000};
+    std::memcpy(addr.bytes, halves, sizeof halves);
+}
+
 // As inet_ntop: nullptr and errno if `len` bytes do not hold the text.
 inline const char* printIp(const ip_addr_t& addr, char* buf, std::uint32_t len) {
     return isIpv4(addr) ? inet_ntop(AF_INET, ipv4Bytes(addr), buf, len)
@@ -35,10 +45,9 @@ inline const char* printIp(const ip_addr_t& addr, char* buf, std::uint32_t len) 
 // False, with `addr` as it was, if `text` is no address.
 inline bool parseIp(const char* text, ip_addr_t& addr) {
     if (inet_pton(AF_INET6, text, addr.bytes) >= 1) return true;
-    std::uint8_t quad[4];
-    if (inet_pton(AF_INET, text, quad) < 1) return false;
-    std::memcpy(addr.bytes, kIpv4Prefix, sizeof kIpv4Prefix);
-    std::memcpy(addr.bytes + sizeof kIpv4Prefix, quad, sizeof quad);
+    std::uint32_t word;
+    if (inet_pton(AF_INET, text, &word) < 1) return false;
+    setIpv4(addr, word);
     return true;
 }
 
