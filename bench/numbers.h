@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: Apache-2.0
 // Numbers for inputs that look like no pattern that a processor would learn.
 #ifndef TARNUTIL_BENCH_NUMBERS_H
 #define TARNUTIL_BENCH_NUMBERS_H
