@@ -67,6 +67,10 @@ class DigestTest(CommandTest):
     def test_a_small_file_has_none(self):
         self.assertEqual(self.on_a_terminal(self.file("small", b"abc")), "")
 
+    def test_a_file_that_does_not_begin_is_refused(self):
+        self.expect(run("digest", "/proc/self/mem"), 2, stdout="",
+                    stderr="tarnutil: cannot read /proc/self/mem\ntarnutil: 1 of 1 files could not be read\n")
+
     def test_no_file_is_a_usage_error(self):
         self.expect(run("digest"), 2, stdout="")
 

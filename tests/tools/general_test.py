@@ -1,7 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """The tarnutil command as a whole: help, version and usage errors."""
 
-from command import CommandTest, main, run
+import os
+import subprocess
+
+from command import COMMAND, CommandTest, main, run
 
 
 class GeneralTest(CommandTest):
@@ -17,6 +20,22 @@ class GeneralTest(CommandTest):
         process = run()
         self.expect(process, 2, stdout="")
         self.assertIn(b"subcommand", process.stderr)
+
+    def test_output_that_cannot_be_written_is_exit_code_2(self):
+        for arguments in (["base64"], ["digest", "/etc/passwd"], ["escape", "--shell", "x"]):
+            with self.subTest(arguments), open("/dev/full", "wb") as full:
+                process = subprocess.run([COMMAND, *arguments], input=b"abc", stdout=full,
+                                         stderr=subprocess.PIPE, timeout=60)
+                self.assertEqual((process.returncode, process.stderr),
+                                 (2, b"tarnutil: cannot write the output\n"))
+
+    def test_standard_input_that_cannot_be_read_is_exit_code_2(self):
+        for arguments in (["base64"], ["escape", "--regex"]):
+            directory = os.open("/", os.O_RDONLY)
+            self.addCleanup(os.close, directory)
+            with self.subTest(arguments):
+                process = subprocess.run([COMMAND, *arguments], stdin=directory, capture_output=True, timeout=60)
+                self.expect(process, 2, stdout="", stderr="tarnutil: cannot read standard input\n")
 
     def test_an_unknown_option_is_a_usage_error(self):
         self.expect(run("--nonsense"), 2, stdout="")

@@ -4,6 +4,8 @@
 #include <tarnutil/Exception.h>
 #include <tarnutil/File.h>
 
+#include <cstdio>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -56,10 +58,21 @@ std::string line(const std::string& digest, const std::string& name) {
     return (escaped == name ? "" : "\\") + digest + "  " + escaped;
 }
 
+// To the library a failed read is the end of the file: what does not even begin is refused here.
+// Only what can be read again is tried.
+void requireReadable(const std::string& path, const std::string& name) {
+    if (File::isDirectory(path, /*followLinks=*/true)) throw Unusable(name + " is a directory");
+    if (!std::filesystem::is_regular_file(path)) return;
+    std::FILE* const file = std::fopen(path.c_str(), "rb");
+    if (file == nullptr) return;  // the library says why
+    const tarnutil::FileCloser closer(file);
+    (void)std::fgetc(file);
+    if (std::ferror(file) != 0) throw Unusable("cannot read " + name);
+}
+
 std::vector<unsigned char> digestOf(const std::string& name, bool md5) {
     const std::string path = name == "-" ? "/dev/stdin" : name;
-    // A directory can be opened but not read, which to the library is the end of the file.
-    if (File::isDirectory(path, /*followLinks=*/true)) throw Unusable(name + " is a directory");
+    requireReadable(path, name);
     const std::uint64_t size =
         File::exists(path, /*followLinks=*/true) ? File::getFileSize(path) : 0;
     const Progress progress(name, size);

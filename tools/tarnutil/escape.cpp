@@ -1,26 +1,26 @@
 // SPDX-License-Identifier: Apache-2.0
 // tarnutil escape: text escaped for a shell or a regular expression.
 #include <iostream>
-#include <iterator>
 #include <memory>
 #include <string>
 
 #include <tarnutil/StringUtil.h>
 
 #include "commands.h"
+#include "input.h"
 
 namespace tarnutil_command {
 namespace {
 
 constexpr const char* kExample =
-    R"(Line feeds, tabs and carriage returns pass --shell as they are: to run a program with foreign
+    R"HELP(Line feeds, tabs and carriage returns pass --shell as they are: to run a program with foreign
 text, hand it over as an argument of its own ("tarnutil run") instead of escaping it.
 
 Examples:
   tarnutil escape --shell "it's a \$HOME"
-  tarnutil escape --regex 'a.b' | xargs -I{} grep -E {} file
+  grep -E "$(tarnutil escape --regex 'a.b')" file
   printf 'a|b' | tarnutil escape --regex
-)";
+)HELP";
 
 struct Options {
     bool isForShell = false;
@@ -29,8 +29,7 @@ struct Options {
 };
 
 void escape(const Options& options, bool hasText) {
-    tarnutil::tarnstring text(options.text);
-    if (!hasText) text.assign(std::istreambuf_iterator<char>(std::cin), {});
+    tarnutil::tarnstring text(hasText ? options.text : contentOf("-"));
     if (options.isForShell) {
         text.shell_escape();
     } else {

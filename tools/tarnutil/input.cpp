@@ -1,28 +1,32 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "input.h"
 
-#include <fstream>
-#include <iostream>
-#include <sstream>
+#include <cstdio>
+
+#include <tarnutil/File.h>
 
 #include "commands.h"
 
 namespace tarnutil_command {
 namespace {
 
-std::string rest(std::istream& in, const std::string& name) {
-    std::ostringstream content;
-    if (in.peek() != std::istream::traits_type::eof()) content << in.rdbuf();
-    if (in.bad() || (in.fail() && !in.eof())) throw Unusable("cannot read " + name);
-    return content.str();
+// C streams, unlike the iostreams of standard input, tell a failed read from the end.
+std::string rest(std::FILE* in, const std::string& name) {
+    std::string content;
+    char piece[16384];
+    while (const std::size_t count = std::fread(piece, 1, sizeof piece, in))
+        content.append(piece, count);
+    if (std::ferror(in) != 0) throw Unusable("cannot read " + name);
+    return content;
 }
 
 }  // namespace
 
 std::string contentOf(const std::string& file) {
-    if (file == "-") return rest(std::cin, "standard input");
-    std::ifstream in(file, std::ios::binary);
-    if (!in) throw Unusable("cannot read " + file);
+    if (file == "-") return rest(stdin, "standard input");
+    std::FILE* const in = std::fopen(file.c_str(), "rb");
+    if (in == nullptr) throw Unusable("cannot read " + file);
+    const tarnutil::FileCloser closer(in);
     return rest(in, file);
 }
 

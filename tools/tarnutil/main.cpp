@@ -24,6 +24,7 @@ void printTrace(const TraceableException& e) {
 int run(CLI::App& app, const bool& withTrace, int argc, char** argv) {
     try {
         app.parse(argc, argv);
+        if (!std::cout.flush()) throw Unusable("cannot write the output");
         return kGood;
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kGood : kUnusable;
