@@ -218,6 +218,18 @@ TEST(Base64Test, AShortWriteOfDecodedBytesIsReportedAsARead) {
     EXPECT_THAT([] { (void)CryptoUtil::base64Decode(kText); }, ThrowsMessage<Exception>(kNoRead));
 }
 
+TEST(Base64Test, TheFirstOfSeveralFailuresIsReported) {
+    const Fault nothingIsAnswered(Call::BIO_ctrl, 0, 1, Fault::fromThenOn);
+    const auto encode = [] { (void)CryptoUtil::base64Encode(bytes("ABC")); };
+    EXPECT_THAT(encode, ThrowsMessage<Exception>(kNoFlush));
+    {
+        const Fault fault(Call::BIO_write, 2);
+        EXPECT_THAT(encode, ThrowsMessage<Exception>(kNoWrite));
+    }
+    const Fault fault(Call::BIO_read, -1);
+    EXPECT_THAT([] { (void)CryptoUtil::base64Decode(kText); }, ThrowsMessage<Exception>(kNoRead));
+}
+
 TEST(Base64Test, OnlyAReadOfMinusOneIsAnError) {
     {
         const Fault fault(Call::BIO_read, -1);
@@ -332,6 +344,13 @@ TEST(Base64Test, NoFailureOfTheEncoderLeaksOrSaysAnythingElse) {
     // Of a write that fails inside OpenSSL's filter only the flush may learn.
     EXPECT_THAT(messagesOf({Call::BIO_write}, -1, encode),
                 UnorderedElementsAre(kNoWrite, kNoFlush));
+}
+
+TEST(Base64Test, AnyOtherAnswerThanOneIsAFailure) {
+    const auto encode = [] { (void)CryptoUtil::base64Encode(bytes("ABC")); };
+    const auto decode = [] { (void)CryptoUtil::base64Decode(kText); };
+    EXPECT_THAT(messagesOf({Call::BIO_ctrl}, 2, encode), UnorderedElementsAre(kNoFlush, kNoBuffer));
+    EXPECT_THAT(messagesOf({Call::BIO_ctrl}, 2, decode), UnorderedElementsAre(kNoBuffer));
 }
 
 TEST(Base64Test, NoFailureOfTheDecoderLeaksOrSaysAnythingElse) {
@@ -464,12 +483,29 @@ TEST(DigestTest, ADirectoryHasTheDigestOfNothing) {
 
 TEST(DigestTest, AFileIsReadInStepsOf4096AndClosedOnce) {
     const ScratchDir dir;
-    const std::string file = dir.write("file", std::string(3 * 4096, 'x'));
-    const unsigned long reads = Fault::calls(Call::fread);
-    const unsigned long closes = Fault::calls(Call::fclose);
-    (void)CryptoUtil::computeSha1Digest(file);
-    EXPECT_EQ(Fault::calls(Call::fread), reads + 4);
-    EXPECT_EQ(Fault::calls(Call::fclose), closes + 1);
+    const std::pair<std::size_t, unsigned long> cases[] = {
+        {0, 1}, {4096, 2}, {4097, 3}, {12288, 4}};
+    for (const auto& [size, steps] : cases) {
+        SCOPED_TRACE(size);
+        const std::string file = dir.write("file", std::string(size, 'x'));
+        const unsigned long reads = Fault::calls(Call::fread);
+        const unsigned long closes = Fault::calls(Call::fclose);
+        (void)CryptoUtil::computeSha1Digest(file);
+        EXPECT_EQ(Fault::calls(Call::fread), reads + steps);
+        EXPECT_EQ(Fault::calls(Call::fclose), closes + 1);
+    }
+}
+
+TEST(DigestTest, NothingButMemoryIsEverMissing) {
+    const Fault noSha1(Call::SHA1, 0, 1, Fault::fromThenOn);
+    const Fault noMd5(Call::MD5, 0, 1, Fault::fromThenOn);
+    for (const DigestCase& row : kDigestCases) {
+        Bytes data = bytes(row.data);
+        EXPECT_EQ(hex(CryptoUtil::computeSha1Digest(data)), row.sha1);
+        EXPECT_EQ(hex(CryptoUtil::computeMd5Digest(data)), row.md5);
+    }
+    EXPECT_TRUE(noSha1.hasFired());
+    EXPECT_TRUE(noMd5.hasFired());
 }
 
 TEST(DigestTest, AFailedCloseIsNotReported) {

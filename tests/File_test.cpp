@@ -797,6 +797,16 @@ TEST(FileTest, ASubdirectoryThatCannotBeListedIsPassedOver) {
     EXPECT_THAT(names, ElementsAre("s", "x"));
 }
 
+TEST(FileTest, ASubdirectoryWhoseListingBreaksOffKeepsItsNames) {
+    const ScratchDir dir;
+    makeTree(dir);
+    Names names;
+    const Fault fault(Call::readdir_r, EIO, 10);  // five calls for the tree, the fifth of "s"
+    EXPECT_TRUE(File::list(dir.path(), names, /*recursive=*/true));
+    EXPECT_TRUE(fault.hasFired());
+    EXPECT_THAT(names, ElementsAre("s", "s/t", "s/y", "x"));
+}
+
 TEST(FileTest, ADirectoryIsClosedBeforeItsSubdirectoriesAreOpened) {
     const ScratchDir dir;
     makeTree(dir);

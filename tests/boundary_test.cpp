@@ -167,12 +167,19 @@ std::vector<unsigned char> prepared_field = [] {
     return field;
 }();
 std::vector<unsigned char> prepared_bytes = kBytes;
+std::vector<unsigned char> prepared_empty;
 std::string prepared_base64(100, 'A');
 
 void readALongString() {
     unsigned char* cursor = prepared_field.data();
     unsigned long remaining = prepared_field.size();
     (void)CryptoUtil::getString(cursor, remaining);
+}
+
+void readAnIntegerOfThreeBytes() {
+    unsigned char* cursor = prepared_field.data();
+    unsigned long remaining = 3;
+    (void)CryptoUtil::getUInt32T(cursor, remaining);
 }
 
 void signalAChildInVain() {
@@ -208,6 +215,8 @@ const BoundaryCase kBoundaryCases[] = {
     {"CryptoUtil::base64Decode",
      [] { (void)CryptoUtil::base64Decode(std::move(prepared_base64)); }},
     {"CryptoUtil::getString", readALongString},
+    {"CryptoUtil::getUInt32T", readAnIntegerOfThreeBytes},
+    {"CryptoUtil::insertUInt32T", [] { CryptoUtil::insertUInt32T(prepared_empty, 1); }},
     {"CryptoUtil::insertHash", [] { CryptoUtil::insertHash(prepared_bytes); }},
     {"TmpFile::create", createBelowALongPath},
     {"Pipe::substitute", [] { Pipe().substitute(-1, Pipe::READ); }},

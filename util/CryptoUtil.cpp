@@ -15,7 +15,6 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <exception>
 #include <memory>
 #include <string_view>
 
@@ -61,27 +60,23 @@ BioPtr memorySink() {
     return allocated(BIO_new(BIO_s_mem()), "Could not allocate output memory BIO.");
 }
 
-BUF_MEM* contentOf(BIO* sink) {
+// What a sink holds in the end. It is not wiped when the sink goes, which would take a twentieth of
+// the time and protect nothing: the caller gets a copy that stays.
+const BUF_MEM* finalContentOf(BIO* sink) {
     BUF_MEM* content = nullptr;
     if (BIO_get_mem_ptr(sink, &content) != 1) {
         throw Exception("Could not get memory buffer from BIO.");
     }
-    return content;
-}
-
-// What a sink holds in the end. It is not wiped when the sink goes, which would take a twentieth of
-// the time and protect nothing: the caller gets a copy that stays.
-const BUF_MEM* finalContentOf(BIO* sink) {
-    BUF_MEM* const content = contentOf(sink);
     content->max = 0;
     return content;
 }
 
 // Gives an empty sink its final size at once; growing it step by step would cost as much as the
-// conversion. A sink that gets no memory here tries again when it is written to.
+// conversion. No failure counts here: the sink grows when it is written to, or fails then.
 void reserve(BIO* sink, std::size_t size) {
     if (size > INT_MAX) return;  // OpenSSL 1.0 counts in int
-    BUF_MEM* const content = contentOf(sink);
+    BUF_MEM* content = nullptr;
+    if (BIO_get_mem_ptr(sink, &content) != 1) return;
     content->data = static_cast<char*>(OPENSSL_malloc(size));
     content->max = content->data != nullptr ? size : 0;
 }
@@ -138,12 +133,17 @@ struct Md5 {
     static constexpr auto final = MD5_Final;
 };
 
+// Asks for the whole digest at once. OpenSSL 3 may refuse that, where it lacks memory or is set to
+// offer other algorithms only, but does not refuse the steps.
 template <class Algorithm>
 Bytes digestOf(const Bytes& data) {
     unsigned char digest[Algorithm::size];
-    // Memory is all that a digest can lack, and lacking it ends the process like a failed
-    // allocation.
-    if (Algorithm::digest(data.data(), data.size(), digest) == nullptr) std::terminate();
+    if (Algorithm::digest(data.data(), data.size(), digest) == nullptr) {
+        typename Algorithm::Context context;
+        (void)Algorithm::init(&context);
+        (void)Algorithm::update(&context, data.data(), data.size());
+        (void)Algorithm::final(digest, &context);
+    }
     return Bytes(digest, digest + sizeof digest);
 }
 

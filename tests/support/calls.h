@@ -79,8 +79,10 @@
     ROW(Result, BIO*,        BIO_new_mem_buf,     (const void* a, int b),                           (a, b))           \
     ROW(Result, int,         BIO_read,            (BIO* a, void* b, int c),                         (a, b, c))        \
     ROW(Result, int,         BIO_write,           (BIO* a, const void* b, int c),                   (a, b, c))        \
+    ROW(Result, unsigned char*, MD5,              (const unsigned char* a, std::size_t b, unsigned char* c), (a, b, c)) \
     ROW(Result, int,         RSA_private_encrypt, (int a, const unsigned char* b, unsigned char* c, RSA* d, int e),(a, b, c, d, e))\
     ROW(Result, int,         RSA_public_decrypt,  (int a, const unsigned char* b, unsigned char* c, RSA* d, int e),(a, b, c, d, e))\
+    ROW(Result, unsigned char*, SHA1,             (const unsigned char* a, std::size_t b, unsigned char* c), (a, b, c)) \
     ROW(Result, long,        SSL_CTX_ctrl,        (SSL_CTX* a, int b, long c, void* d),             (a, b, c, d))     \
     ROW(Result, SSL_CTX*,    SSL_CTX_new,         (const SSL_METHOD* a),                            (a))              \
     ROW(Result, int,         SSL_CTX_use_certificate, (SSL_CTX* a, X509* b),                            (a, b))       \
