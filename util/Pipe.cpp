@@ -60,7 +60,7 @@ void Pipe::substitute(int fd, Type type) {
 }
 
 void Pipe::restore() noexcept {
-    if (substituted < 0 || saved == -1) return;
+    if (substituted < 0) return;
     const Uncancelled whole;
     (void)::dup2(saved, substituted);
     release(saved);
