@@ -35,9 +35,7 @@ function(tarnutil_build_options target)
     target_compile_options(${target} PRIVATE -ffile-prefix-map=${PROJECT_SOURCE_DIR}=.)
   endif()
   if(TARNUTIL_COVERAGE)
-    target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
     target_compile_definitions(${target} PRIVATE TARNUTIL_COVERAGE)
-    target_link_options(${target} PRIVATE --coverage)
   endif()
 endfunction()
 
@@ -54,4 +52,15 @@ function(tarnutil_hardening target)
     target_compile_options(
       ${target} PRIVATE $<$<CONFIG:Release,RelWithDebInfo,MinSizeRel>:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>)
   endif()
+endfunction()
+
+# Counters for the library alone. A program that is about to end without exit() has them written by
+# __gcov_dump(), so in this build that name leaves the library too.
+function(tarnutil_counters target)
+  if(NOT TARNUTIL_COVERAGE)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE --coverage -fprofile-update=atomic)
+  target_link_options(${target} PRIVATE --coverage -Wl,--undefined=__gcov_dump
+                      -Wl,--version-script,${PROJECT_SOURCE_DIR}/cmake/coverage.map)
 endfunction()

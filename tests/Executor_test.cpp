@@ -195,6 +195,16 @@ TEST(ExecutorTest, WhatCallbacksThrowIsDropped) {
         ElementsAre("startup run cleanup ", "startup run cleanup ", "startup run cleanup "));
 }
 
+// Leaving the thread is no exception to be dropped.
+TEST(ExecutorTest, ACallbackMayEndItsThread) {
+    const auto leave = [](void*) { pthread_exit(nullptr); };
+    Item kept, done;
+    Executor::execute({&kept}, leave, nullptr, nullptr, nullptr);
+    EXPECT_EQ(kept.runs, 0);
+    Executor::execute({&done}, nullptr, nullptr, leave, nullptr);
+    EXPECT_EQ(done.runs, 1);
+}
+
 TEST(ExecutorTest, EmptyBatchCreatesNoThreadAndCallsNobody) {
     Steps steps;
     const unsigned long before = Fault::calls(Call::pthread_create);

@@ -395,6 +395,19 @@ TEST(CertSansTest, RequestsTellTheNamesTheyAskFor) {
     ERR_clear_error();
 }
 
+TEST(CertInspectionTest, ARequestWhoseExtensionsAreNoneHasNoNames) {
+    const RequestPtr request(X509_REQ_new());
+    const unsigned char text[] = {'t', 'e', 'x', 't'};
+    ASSERT_EQ(X509_REQ_add1_attr_by_NID(request.get(), NID_ext_req, V_ASN1_OCTET_STRING, text,
+                                        sizeof text),
+              1);
+    ASSERT_EQ(X509_REQ_get_extensions(request.get()), nullptr);
+    char buffer[200] = "before";
+    TARNSSL_X509_REQ_get_SANs_str(request.get(), buffer, sizeof buffer);
+    EXPECT_STREQ(buffer, "");
+    ERR_clear_error();
+}
+
 TEST(CertInspectionTest, LeavesNothingBehind) {
     const X509Ptr cert = makeCertificate(
         {responder("https://a/"), responder("http://b/", true), subjectAltName({dns("a")})});

@@ -2,6 +2,7 @@
 // Private keys: which forms load, and when DER is tried.
 #include <gmock/gmock.h>
 #include <tarnutil/cert.h>
+#include <unistd.h>
 
 #include "material.h"
 #include "scratch_dir.h"
@@ -194,6 +195,32 @@ TEST(KeyReadingTest, AWrittenMemoryBioIsEmptiedByTheRewind) {
     EXPECT_EQ(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr), nullptr);
     EXPECT_EQ(BIO_pending(bio.get()), 0);
     ERR_clear_error();
+}
+
+// What PEM's reader has taken cannot be had again: no second look, as DER, is possible.
+TEST(KeyReadingTest, BytesThatCannotBeReadTwiceAreNotTriedAsDer) {
+    const std::string bytes = readFile(material("ec.pkcs8.der"));
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    const BioPtr bio(BIO_new_fd(ends[0], BIO_CLOSE));
+    const auto size = static_cast<ssize_t>(bytes.size());
+    ASSERT_EQ(write(ends[1], bytes.data(), bytes.size()), size);
+    close(ends[1]);
+    EXPECT_EQ(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr), nullptr);
+    EXPECT_THAT(drainErrors(), Not(IsEmpty()));
+}
+
+// A BIO's callback: lets everything happen but going back.
+long refuseToGoBack(BIO*, int operation, const char*, int what, long, long result) {
+    return operation == BIO_CB_CTRL && what == BIO_C_FILE_SEEK ? -1 : result;
+}
+
+TEST(KeyReadingTest, AnInputThatRefusesToGoBackIsNotTriedAsDer) {
+    const std::string bytes = readFile(material("ec.pkcs8.der"));
+    const BioPtr bio = reading(bytes);
+    BIO_set_callback(bio.get(), refuseToGoBack);
+    EXPECT_EQ(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr), nullptr);
+    EXPECT_THAT(drainErrors(), Not(IsEmpty()));
 }
 
 TEST(KeyReadingTest, AWrongPasswordIsNotRetriedAsDerInAWrittenMemoryBio) {
