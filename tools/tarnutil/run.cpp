@@ -129,7 +129,8 @@ public:
         handle(SIGPIPE, [](int) {});
         child.exec(command);
         setFlag(child.stdinPipe.getDescriptor(Pipe::WRITE), F_GETFL, F_SETFL, O_NONBLOCK);
-        while (step()) continue;
+        while (step()) {
+        }
         return child.wait();
     }
 
