@@ -15,6 +15,7 @@
 #include "../../examples/member_from.h"
 #include "checked.h"
 #include "random.h"
+#include "rounds.h"
 
 using namespace tarnutil_test;
 
@@ -145,7 +146,7 @@ INSTANTIATE_TEST_SUITE_P(All, EbRandomTest, testing::ValuesIn(kPlaces));
 TEST_P(EbRandomTest, AnswersAndHoldsWhatTheModelDoes) {
     std::cout << GetParam().says << '\n';
     RandomRun run(GetParam());
-    const char* const wrong = run.go(GetParam().steps * effort());
+    const char* const wrong = run.go(inRounds(GetParam().steps) * effort());
     EXPECT_EQ(wrong, nullptr) << wrong << ", at step " << run.done;
 }
 
