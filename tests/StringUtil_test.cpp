@@ -316,6 +316,16 @@ TEST(SplitGrowthTest, RoomIsUsedUpThenDoubled) {
     EXPECT_EQ(out.capacity(), 8U);
 }
 
+TEST(SplitGrowthTest, ShortPiecesTakeNoMemoryOfTheirOwn) {
+    const std::string text = "a,bc,,123456789012345,a,bc,,123456789012345";
+    Strings out;
+    out.reserve(8);
+    const unsigned long before = Fault::calls(Call::operator_new);
+    StringUtil::split(text, ',', out);
+    EXPECT_EQ(Fault::calls(Call::operator_new), before);
+    EXPECT_EQ(out.size(), 8U);
+}
+
 TEST(SplitGrowthTest, ALimitLimitsTheRoomThatIsMade) {
     Strings out;
     StringUtil::split(std::string(1000000, ','), ',', out, 2);
@@ -440,6 +450,16 @@ TEST(EscapeRandomTest, LongTextsAreEscapedToo) {
         ASSERT_EQ(shellEscaped(text), modelEscaped(text, '\\', kShellMembers));
         ASSERT_EQ(escaped(text, 'x', everyByte()), modelEscaped(text, 'x', everyByte()));
     }
+}
+
+TEST(EscapeTest, AllocatesNothingWhereTheRoomIsThere) {
+    tarnstring text(std::string(20, '?'));
+    text.reserve(40);
+    ASSERT_EQ(text.capacity(), 40U);
+    const unsigned long before = Fault::calls(Call::operator_new);
+    text.shell_escape();
+    EXPECT_EQ(Fault::calls(Call::operator_new), before);
+    EXPECT_EQ(text.size(), 40U);
 }
 
 TEST(EscapeTest, AllocatesNothingWhereNothingIsEscaped) {
