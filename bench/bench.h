@@ -14,14 +14,17 @@
 namespace tarnutil_bench {
 
 // Adds the benchmark `<module>/<operation>/<size>/<who>`, where `who` is "tarnutil" or a peer: rows
-// that differ in their last part only are compared with each other. With TARNUTIL_BENCH_ITERATIONS
-// in the environment it runs exactly so often, for counting instructions.
+// that differ in their last part only are compared with each other. A repetition runs `iterations`
+// times; 0 is as often as fills the time asked for. With TARNUTIL_BENCH_ITERATIONS in the
+// environment it runs exactly so often, for counting instructions.
 template <class Function>
-benchmark::internal::Benchmark* add(const std::string& name, Function&& function) {
+benchmark::internal::Benchmark* add(const std::string& name, Function&& function,
+                                    std::int64_t iterations = 0) {
     auto* added = benchmark::RegisterBenchmark(name.c_str(), std::forward<Function>(function));
-    if (const char* iterations = std::getenv("TARNUTIL_BENCH_ITERATIONS")) {
-        added->Iterations(std::atol(iterations));
+    if (const char* counted = std::getenv("TARNUTIL_BENCH_ITERATIONS")) {
+        iterations = std::atol(counted);
     }
+    if (iterations != 0) added->Iterations(iterations);
     return added;
 }
 
