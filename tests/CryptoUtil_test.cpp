@@ -303,7 +303,7 @@ TEST(Base64Test, DecodingMayEndOrFailBehindSomeBytes) {
 }
 
 TEST(Base64Test, TheSinkIsGivenItsSizeAtOnce) {
-    for (const std::size_t size : {1, 2, 3, 1300}) {
+    for (const std::size_t size : {1U, 2U, 3U, 1300U}) {
         std::vector<std::size_t> sizes;
         asked_sizes = &sizes;
         const std::string text = CryptoUtil::base64Encode(sample(size));
@@ -314,7 +314,7 @@ TEST(Base64Test, TheSinkIsGivenItsSizeAtOnce) {
 }
 
 TEST(Base64Test, ASinkWithoutItsSizeGrows) {
-    for (const std::size_t size : {1, 2, 3, 1300}) {
+    for (const std::size_t size : {1U, 2U, 3U, 1300U}) {
         has_blocks = false;
         const std::string text = CryptoUtil::base64Encode(sample(size));
         const Bytes data = CryptoUtil::base64Decode(text);
@@ -417,7 +417,7 @@ TEST(DigestTest, KnownDataHasKnownDigests) {
 
 TEST(DigestTest, AFileOfAnySizeHasTheDigestOfItsContent) {
     const ScratchDir dir;
-    for (const std::size_t size : {1, 4095, 4096, 4097, 16384, 16385, 100000}) {
+    for (const std::size_t size : {1U, 4095U, 4096U, 4097U, 16384U, 16385U, 100000U}) {
         Bytes data = sample(size);
         const std::string file = dir.write("file", std::string(data.begin(), data.end()));
         EXPECT_EQ(CryptoUtil::computeSha1Digest(file), CryptoUtil::computeSha1Digest(data)) << size;
@@ -473,7 +473,7 @@ TEST(DigestTest, ThreadsDigestFilesAtTheSameTime) {
         }
     };
     std::vector<std::thread> threads;
-    for (const std::size_t size : {1, 5000, 20000, 40000}) threads.emplace_back(work, size);
+    for (const std::size_t size : {1U, 5000U, 20000U, 40000U}) threads.emplace_back(work, size);
     for (std::thread& thread : threads) thread.join();
 }
 

@@ -617,7 +617,7 @@ private:
 };
 
 TEST(FileTest, AFailedCloseOfACopyIsNotReported) {
-    for (const unsigned long nth : {1, 2}) {  // of the source, of the destination
+    for (const unsigned long nth : {1UL, 2UL}) {  // of the source, of the destination
         const ScratchDir dir;
         const std::string source = dir.write("source", "content");
         ASSERT_EQ(chmod(source.c_str(), 0604), 0);
