@@ -78,6 +78,11 @@ class OfferTest(CommandTest):
 
 
 class WarningTest(CommandTest):
+    def test_json_holds_the_remarks(self):
+        self.assertEqual(json.loads(ciphers("--json", "!all").stdout)["remarks"], ["no suite is offered"])
+        self.assertEqual(json.loads(ciphers("--json", "aes:" * 300).stdout)["remarks"],
+                         ["only the first 1023 of 1200 bytes of the string count"])
+
     def warnings(self, *arguments):
         return ciphers(*arguments).stderr.decode().splitlines()
 

@@ -22,7 +22,8 @@ class GeneralTest(CommandTest):
         self.assertIn(b"subcommand", process.stderr)
 
     def test_output_that_cannot_be_written_is_exit_code_2(self):
-        for arguments in (["base64"], ["digest", "/etc/passwd"], ["escape", "--shell", "x"]):
+        for arguments in (["base64"], ["digest", "/etc/passwd"], ["escape", "--shell", "x"], ["--help"], ["--version"],
+                          ["cert", "--help"], ["ciphers", "--cross-reference"], ["bitmap", "size", "134217728"]):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 process = subprocess.run([COMMAND, *arguments], input=b"abc", stdout=full,
                                          stderr=subprocess.PIPE, timeout=60)

@@ -72,6 +72,17 @@ std::vector<Warning> warningsOf(const Suites& offer) {
     return warnings;
 }
 
+// What is to be said of the whole of an offer, made from a string of `length` bytes.
+std::vector<std::string> remarksOn(const Suites& offer, std::size_t length) {
+    std::vector<std::string> remarks;
+    if (length > kLongestText) {
+        remarks.push_back("only the first " + std::to_string(kLongestText) + " of " +
+                          std::to_string(length) + " bytes of the string count");
+    }
+    if (offer.empty()) remarks.emplace_back("no suite is offered");
+    return remarks;
+}
+
 std::string counted(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " suite" : " suites");
 }
@@ -119,11 +130,9 @@ void printEffects(const std::vector<TokenEffect>& effects) {
 }
 
 void printWarnings(const Suites& offer, std::size_t length) {
-    if (length > kLongestText) {
-        std::cerr << "warning: only the first " << kLongestText << " of " << length
-                  << " bytes of the string count\n";
+    for (const std::string& remark : remarksOn(offer, length)) {
+        std::cerr << "warning: " << remark << '\n';
     }
-    if (offer.empty()) std::cerr << "warning: no suite is offered\n";
     for (const Warning& warning : warningsOf(offer)) {
         std::cerr << "warning: " << warning.danger->kind << ' ' << warning.danger->why << ": "
                   << counted(warning.suites.size()) << ", first "
@@ -226,6 +235,7 @@ void select(const Options& options) {
         if (options.explain) json["tokens"] = eachAsJson(effects);
         json["suites"] = asJson(*offer);
         json["warnings"] = eachAsJson(warningsOf(*offer));
+        json["remarks"] = remarksOn(*offer, options.text.size());
         print(json);
         return;
     }
@@ -245,8 +255,10 @@ void printCrossReference(bool json) {
                          {"iana", names.iana},
                          {"openssl", names.openssl}});
         if (json) continue;
-        std::printf("0x%04X  %-36s  %-45s  %s\n", names.id, names.own.c_str(),
-                    orDash(names.iana).c_str(), orDash(names.openssl).c_str());
+        char columns[128];
+        (void)std::snprintf(columns, sizeof columns, "0x%04X  %-36s  %-45s  ", names.id,
+                            names.own.c_str(), orDash(names.iana).c_str());
+        std::cout << columns << orDash(names.openssl) << '\n';
     }
     if (json) print(array);
 }

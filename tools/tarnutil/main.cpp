@@ -21,10 +21,9 @@ void printTrace(const TraceableException& e) {
 }
 
 // Parses the arguments, which runs the subcommand, and turns what that throws into an exit code.
-int run(CLI::App& app, const bool& withTrace, int argc, char** argv) {
+int parse(CLI::App& app, const bool& withTrace, int argc, char** argv) {
     try {
         app.parse(argc, argv);
-        if (!std::cout.flush()) throw Unusable("cannot write the output");
         return kGood;
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kGood : kUnusable;
@@ -42,6 +41,14 @@ int run(CLI::App& app, const bool& withTrace, int argc, char** argv) {
         std::cerr << "tarnutil: " << e.what() << '\n';
         return kUnusable;
     }
+}
+
+// Output that is lost, help or a refusal's details among it, counts more than what it said.
+int run(CLI::App& app, const bool& withTrace, int argc, char** argv) {
+    const int code = parse(app, withTrace, argc, argv);
+    if (std::cout.flush()) return code;
+    std::cerr << "tarnutil: cannot write the output\n";
+    return kUnusable;
 }
 
 // All that the command can do.
