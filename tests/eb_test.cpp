@@ -214,7 +214,14 @@ TEST(EbInitTest, TheRecordWhoseWordsAreRefusedReadsEmpty) {
     Ledger::soil();
     Ledger noSummary(/*failingCall=*/4);
     ASSERT_EQ(init(kAux, noSummary).result, -1);
-    expectEmptyWithoutWords(static_cast<eb_top_t*>(noSummary.block(2))->summary);
+    const auto* const top = static_cast<eb_top_t*>(noSummary.block(2));
+    expectEmptyWithoutWords(top->summary);
+    EXPECT_EQ(top->min, 0xFFFFFFFFU);
+    EXPECT_EQ(top->max, 0U);
+    const auto* const handle = static_cast<eb_t*>(noSummary.block(1));
+    EXPECT_EQ(handle->ctx, nullptr);
+    EXPECT_EQ(handle->alloc, nullptr);
+    EXPECT_EQ(handle->free, nullptr);
 
     Ledger::soil();
     Ledger noLeaves(/*failingCall=*/5);

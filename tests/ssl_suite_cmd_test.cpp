@@ -679,6 +679,18 @@ TEST(SslSuiteFailureTest, NeedsNoCallback) {
     EXPECT_EQ(ssl_suite_cmd(selection.get(), "nonsense", 8, 1, nullptr, nullptr), 0);
 }
 
+TEST(SslSuiteFailureTest, TheCallbackSeesTheTermsOfTheKeyword) {
+    const auto callback = [](void* terms, ssl_suite_ctx_t* ctx, const char*) {
+        *static_cast<int*>(terms) = ctx->terms;
+        return 0;
+    };
+    int terms = 0;
+    Selection selection;
+    selection->report = "yes";
+    EXPECT_EQ(ssl_suite_cmd(selection.get(), "aes+nonsense+x", 14, 1, callback, &terms), 0);
+    EXPECT_EQ(terms, 3);
+}
+
 TEST(SslSuiteFailureTest, WhatTheCallbackReturnsIsIgnored) {
     for (int result : {0, 1, -1}) {
         const auto callback = [](void* arg, ssl_suite_ctx_t*, const char*) {
