@@ -19,6 +19,7 @@
 #include <type_traits>
 #include <vector>
 
+#include "cancelled.h"
 #include "fault.h"
 #include "leaks.h"
 #include "runnables.h"
@@ -274,6 +275,29 @@ TEST(ExecutorTest, FirstErrorWins) {
     EXPECT_EQ(thrown([&] { batch.execute(); }), kNotCreated);
     EXPECT_TRUE(join.hasFired());
     batch.items[0].join();
+}
+
+TEST(ExecutorTest, CancelledCallerStillJoinsEveryThread) {
+    const unsigned long joins = Fault::calls(Call::pthread_join);
+    std::atomic<int> ended{0};
+    int endedInside = 0;
+    Census census;
+    std::vector<std::unique_ptr<Runnable>> owners;
+    std::vector<Runnable*> runnables;
+    for (int i = 0; i < 3; ++i) {
+        owners.push_back(census.runnable([&] {  // lasts until the caller waits for it
+            while (Fault::calls(Call::pthread_join) < joins + 2) std::this_thread::yield();
+            ++ended;
+        }));
+        runnables.push_back(owners.back().get());
+    }
+    EXPECT_TRUE(endsCancelled([&] {
+        pthread_cancel(pthread_self());
+        Executor::execute(runnables, nullptr, nullptr, nullptr, nullptr);
+        endedInside = ended;
+        pthread_testcancel();
+    })) << "the cancellation comes once the batch has run";
+    EXPECT_EQ(endedInside, 3);
 }
 
 TEST(ExecutorTest, ExceptionOfAnItemEndsTheProcess) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
-// Keeps a thread's cancellation off while it cleans up.
+// Keeps a thread's cancellation off while it does what has to be done whole.
 #ifndef TARNUTIL_UTIL_UNCANCELLED_H
 #define TARNUTIL_UTIL_UNCANCELLED_H
 
@@ -9,7 +9,8 @@ namespace tarnutil {
 
 // While one lives, a cancellation of the calling thread waits. Operations that never throw need
 // this: close() and waitpid() act on a cancellation by unwinding the stack, and in an operation
-// that nothing may leave that would end the process.
+// that nothing may leave that would end the process. So does one that must not be left half done:
+// pthread_join() acts in the same way.
 class Uncancelled {
 public:
     Uncancelled() noexcept { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }

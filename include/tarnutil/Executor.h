@@ -31,6 +31,8 @@ public:
     // If a thread cannot be created, its runnable and those behind it never run; those before it
     // run to their end before the exception is thrown.
     //
+    // A cancellation of the calling thread is held back until all have been waited for.
+    //
     // "Could not join with thread." is thrown even if every runnable ran. The thread in question
     // may then still run, and its runnable must live on; the others are joined all the same.
     static void execute(std::vector<Runnable*> runnables, void (*startup)(void*), void* startupArg,
