@@ -1,9 +1,24 @@
 # SPDX-License-Identifier: Apache-2.0
 """tarnutil run: a program as a child, with its streams passed through and a deadline."""
 
+import resource
+import signal
+import subprocess
 import tempfile
 
-from command import CommandTest, main, run
+from command import COMMAND, CommandTest, main, run
+
+
+def run_prepared(prepare, *arguments):
+    """As run, with what `prepare` does to the process before it becomes the command."""
+    return subprocess.run([COMMAND, "run", *arguments], stdin=subprocess.DEVNULL, capture_output=True,
+                          preexec_fn=prepare, timeout=60)
+
+
+def run_without(redirection, *arguments):
+    """As run, with a redirection of the shell, such as one that closes a stream."""
+    return subprocess.run(["/bin/sh", "-c", 'exec "$0" run "$@" ' + redirection, COMMAND, *arguments],
+                          stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
 
 
 class RunTest(CommandTest):
@@ -49,6 +64,36 @@ class RunTest(CommandTest):
                     self.expect(run("run", "--", program), 2,
                                 stdout="", stderr="tarnutil: " + program + ": " + says + "\n")
 
+    def test_a_program_that_cannot_get_its_streams_is_not_started(self):
+        # The command has descriptors 0 to 12, and the child needs three more.
+        for limit in (13, 14, 15):
+            with self.subTest(limit):
+                process = run_prepared(lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (limit, limit)),
+                                       "--", "/bin/echo", "hi")
+                self.expect(process, 2, stdout="",
+                            stderr="tarnutil: /bin/echo: Too many open files (exit status 232)\n")
+
+    def test_standard_input_that_is_closed_is_empty(self):
+        self.expect(run_without("<&-", "--", "/bin/cat"), 0, stdout="", stderr="tarnutil: exit status 0\n")
+
+    def test_a_closed_output_takes_no_descriptor_of_the_command(self):
+        for redirection in (">&-", "2>&-", ">&- 2>&-", "<&- >&- 2>&-"):
+            with self.subTest(redirection):
+                process = run_without(redirection, "--", "/bin/true")
+                says = "" if "2>&-" in redirection else "tarnutil: exit status 0\n"
+                self.expect(process, 0, stdout="", stderr=says)
+
+    def test_a_program_has_the_signal_mask_that_the_command_was_given(self):
+        process = run_prepared(lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGCHLD, signal.SIGUSR1]),
+                               "--", "/bin/grep", "SigBlk", "/proc/self/status")
+        self.assertEqual(process.returncode, 0)
+        mask = int(process.stdout.split()[1], 16)
+        self.assertEqual(mask, sum(1 << (number - 1) for number in (signal.SIGCHLD, signal.SIGUSR1)))
+
+    def test_a_program_that_stops_has_not_ended(self):
+        process = run("run", "--timeout", "0.2", "--", "/bin/sh", "-c", "echo begun; kill -STOP $$")
+        self.expect(process, 1, stdout="begun\n", stderr="tarnutil: deadline passed, ended by a signal\n")
+
     def test_a_deadline_ends_the_program(self):
         process = run("run", "--timeout", "0.2", "--", "/bin/sh", "-c", "echo begun; exec sleep 1000")
         self.expect(process, 1, stdout="begun\n", stderr="tarnutil: deadline passed, ended by a signal\n")
@@ -81,7 +126,7 @@ class RunTest(CommandTest):
         self.expect(run("run", "--timeout", "1"), 2, stdout="")
 
     def test_a_timeout_that_is_no_time_is_a_usage_error(self):
-        for value in ("-1", "soon"):
+        for value in ("-1", "soon", "nan", "1e10"):
             self.expect(run("run", "--timeout", value, "--", "/bin/true"), 2, stdout="")
 
     def test_help_shows_an_example(self):

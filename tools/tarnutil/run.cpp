@@ -21,6 +21,7 @@
 #include <tarnutil/ProcessExecutor.h>
 
 #include "commands.h"
+#include "standard_streams.h"
 
 namespace tarnutil_command {
 namespace {
@@ -85,8 +86,16 @@ void leaveChild() {
 void handle(int signal, void (*handler)(int)) {
     struct sigaction action {};
     action.sa_handler = handler;
-    action.sa_flags = SA_RESTART;
+    action.sa_flags = SA_RESTART | SA_NOCLDSTOP;
     sigaction(signal, &action, nullptr);
+}
+
+// Lets a signal in that whoever started the command may have blocked.
+void unblock(int signal) {
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, signal);
+    (void)sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
 bool writeAll(int fd, const char* text, std::size_t size) {
@@ -127,7 +136,8 @@ public:
         (void)std::atexit(leaveChild);
         handle(SIGCHLD, handleChild);
         handle(SIGPIPE, [](int) {});
-        child.exec(command);
+        start();
+        unblock(SIGCHLD);  // not before: the program inherits the mask that the command was given
         setFlag(child.stdinPipe.getDescriptor(Pipe::WRITE), F_GETFL, F_SETFL, O_NONBLOCK);
         while (step()) {
         }
@@ -138,6 +148,17 @@ public:
     bool hasMissedItsDeadline() const { return signals > 0; }
 
 private:
+    // A child that cannot take over its streams gets the exception, and leaves as one does that
+    // cannot become the program.
+    void start() {
+        try {
+            child.exec(command);
+        } catch (const ErrnoException& e) {
+            if (getpid() != parent) std::exit(-e.getErrorNumber());
+            throw;
+        }
+    }
+
     // Waits for what comes next and passes it on. False once the child has ended and all that it
     // wrote has been passed on.
     bool step() {
@@ -221,6 +242,7 @@ std::string ending(int status) {
 }
 
 void run(const std::vector<std::string>& command, std::optional<double> seconds) {
+    openStandardStreams();
     const auto process = std::make_unique<Run>(command, seconds);
     const int status = process->finish();
     if (process->hasFailedToStart()) {
@@ -230,6 +252,13 @@ void run(const std::vector<std::string>& command, std::optional<double> seconds)
     if (process->hasMissedItsDeadline()) throw Refused("deadline passed, " + ending(status));
     if (status != 0) throw Refused(ending(status));
     std::cerr << "tarnutil: " << ending(status) << '\n';
+}
+
+// What is wrong with a number of seconds: nothing if empty. CLI::Range would let NaN pass, which is
+// neither below the one end nor above the other.
+std::string objection(const std::string& text) {
+    const double seconds = std::strtod(text.c_str(), nullptr);
+    return seconds >= 0 && seconds <= 1e9 ? "" : "not from 0 to 1e9: " + text;
 }
 
 struct Arguments {
@@ -247,7 +276,7 @@ void addRunCommand(CLI::App& app) {
         ->required();
     sub->add_option("--timeout", arguments->seconds,
                     "Send SIGTERM after so many seconds, and SIGKILL 2 seconds later")
-        ->check(CLI::Range(0.0, 1e9));
+        ->check(objection);
     sub->footer(kExample);
     sub->callback([arguments] { run(arguments->command, arguments->seconds); });
 }
