@@ -13,6 +13,7 @@
 //
 // A refused client is told why; where it went wrong, the trace, goes to standard error.
 #include <arpa/inet.h>
+#include <fcntl.h>
 #include <openssl/err.h>
 #include <sys/socket.h>
 #include <sys/time.h>
@@ -43,14 +44,6 @@ namespace tour {
 
 using namespace tarnutil;
 using Attributes = std::map<std::string, std::string>;
-
-struct Free {
-    void operator()(SSL_CTX* context) const { SSL_CTX_free(context); }
-    void operator()(BIO* chain) const { BIO_free_all(chain); }
-    void operator()(RSA* key) const { RSA_free(key); }
-};
-template <class T>
-using Owned = std::unique_ptr<T, Free>;
 
 // Throws unless `done`, with the reason that OpenSSL's error queue gives.
 void require(bool done, const std::string& what) {
@@ -143,7 +136,13 @@ public:
     std::string packed() {
         const Mutex::LockHolder lock(mutex);  // one child at a time: it inherits what is open
         ProcessExecutor gzip("/bin/gzip");
-        gzip.exec({"gzip", "--stdout", path()});
+        const pid_t caller = getpid();
+        try {
+            gzip.exec({"gzip", "--stdout", path()});
+        } catch (const Exception&) {
+            if (getpid() != caller) _exit(127);  // a child that must not go on as a second server
+            throw;
+        }
         std::vector<unsigned char> output;
         const int end = gzip.stdoutPipe.getDescriptor(Pipe::READ);
         unsigned char piece[4096];
@@ -178,7 +177,8 @@ struct Task : Runnable {
 class Server {
 public:
     Server(const char* chain, const char* chainKey, const char* tokenKey, const char* ciphers)
-        : tls(SSL_CTX_new(TLS_server_method())), key(TARNSSL_load_RSA_file(tokenKey, nullptr)) {
+        : tls(SSL_CTX_new(TLS_server_method()), SSL_CTX_free),
+          key(TARNSSL_load_RSA_file(tokenKey, nullptr), RSA_free) {
         require(tls != nullptr && key != nullptr, "No TLS, or no key for tokens");
         require(TARNSSL_CTX_use_certificate_chain_file(tls.get(), chain) == 1,
                 "Could not load the chain");
@@ -187,6 +187,7 @@ public:
         pickSuites(tls.get(), ciphers);
         require(BIO_do_accept(listener.get()) == 1, "Could not listen");
         (void)BIO_get_fd(listener.get(), &door);
+        (void)fcntl(door, F_SETFD, FD_CLOEXEC);
         std::cout << "127.0.0.1:" << BIO_get_accept_port(listener.get()) << std::endl;
         clock.start();
     }
@@ -217,7 +218,7 @@ private:
     void converse(int client, const std::string& name) {
         const timeval patience = {10, 0};  // seconds, microseconds
         (void)setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        const Owned<BIO> lines(BIO_new(BIO_f_buffer()));
+        const std::shared_ptr<BIO> lines(BIO_new(BIO_f_buffer()), BIO_free_all);
         (void)BIO_push(lines.get(), BIO_new_ssl(tls.get(), /*client=*/0));
         (void)BIO_push(lines.get(), BIO_new_socket(client, BIO_CLOSE));
         if (BIO_do_handshake(lines.get()) != 1) return report(name, Exception("No handshake"));
@@ -248,13 +249,14 @@ private:
         if (!words.empty()) attributes = StringUtil::fromString<Attributes>(words);
         return CryptoUtil::generateAuthToken(user, attributes, key.get());
     }
-    // The attributes of a token that was issued within the last hour, and the user among them.
+    // The attributes of a token that was issued within an hour of now, and the user among them.
     Attributes accepted(const std::string& token) {
         Attributes attributes;
         std::string user;
         long issued = 0;
         CryptoUtil::decryptAuthToken(token, user, attributes, issued, key.get());
-        if (std::time(nullptr) - issued > 3600) throw Exception("The token is older than an hour.");
+        if (std::labs(std::time(nullptr) - issued) > 3600)
+            throw Exception("Not a token of this hour.");
         attributes["user"] = user;
         return attributes;
     }
@@ -271,9 +273,9 @@ private:
         (void)shutdown(door, SHUT_RDWR);
     }
 
-    const Owned<SSL_CTX> tls;
-    const Owned<RSA> key;
-    const Owned<BIO> listener{BIO_new_accept("127.0.0.1:0")};
+    const std::shared_ptr<SSL_CTX> tls;
+    const std::shared_ptr<RSA> key;
+    const std::shared_ptr<BIO> listener{BIO_new_accept("127.0.0.1:0"), BIO_free_all};
     int door = -1;  // its descriptor
     Connections connections;
     Journal journal;
@@ -285,16 +287,14 @@ private:
 
 }  // namespace tour
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     if (argc != 5) {
         std::cerr << "usage: tour CHAIN KEY TOKEN_KEY CIPHERS\n";
         return 2;
     }
     std::signal(SIGPIPE, [](int) {});  // a client that went away shows in the result of a write
-    try {
-        tour::Server(argv[1], argv[2], argv[3], argv[4]).run();
-    } catch (const tarnutil::Exception& e) {
-        tour::report("tour", e);
-        return 1;
-    }
+    tour::Server(argv[1], argv[2], argv[3], argv[4]).run();
+} catch (const tarnutil::Exception& e) {
+    tour::report("tour", e);
+    return 1;
 }

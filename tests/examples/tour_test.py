@@ -2,12 +2,18 @@
 """openssl s_client on the tour: tour_test.py TOUR MATERIAL_DIRECTORY"""
 
 import base64
+import contextlib
 import gzip
 import os
+import resource
 import subprocess
 import sys
 import tempfile
+import time
 import unittest
+
+sys.path.append(os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tokens"))
+import issue  # noqa: E402
 
 DIRECTORY = sys.argv.pop()
 TOUR = sys.argv.pop()
@@ -91,6 +97,18 @@ class TourTest(unittest.TestCase):
         self.assertRegex(reports, r"(?m)^  at .*libtarnutil.*\(tarnutil::CryptoUtil::decryptAuthToken\(")
         self.assertRegex(reports, r"(?m)^  at .*tour\(tour::Server::")
 
+    def test_a_token_of_another_hour_is_refused(self):
+        now = int(time.time())
+        with Client(self.address) as client:
+            for issued, answer in ((now - 3900, "refused: Not a token of this hour."),
+                                   (now - 3300, "accepted: user=alice"),
+                                   (now + 3300, "accepted: user=alice"),
+                                   (now + 3900, "refused: Not a token of this hour.")):
+                with self.subTest(issued - now):
+                    token = issue.sealed(issue.plaintext(b"alice", {}, issued), material("rsa.pem"))
+                    self.assertEqual(client.ask("check " + token), answer)
+        self.stop()
+
     def test_only_a_token_that_says_so_stops_it(self):
         with Client(self.address) as client:
             token = client.ask("token alice may=look")
@@ -114,6 +132,37 @@ class TourTest(unittest.TestCase):
             journal = gzip.decompress(base64.b64decode(client.ask("journal"))).decode()
         self.assertRegex(journal, r"\Aclient 0 at 127\.0\.0\.1:\d+: status\n"
                                   r"client 0 at 127\.0\.0\.1:\d+: journal\n\Z")
+        self.stop()
+
+    def test_a_child_that_cannot_pack_the_journal_is_no_second_server(self):
+        with contextlib.ExitStack() as stack:
+            # Each worker has a client: one that accepts would hold a descriptor that no child gets.
+            for number in range(4):
+                client = stack.enter_context(Client(self.address))
+                self.assertEqual(client.ask("status").split()[-1], str(number))
+            taken = {int(name) for name in os.listdir(f"/proc/{self.server.pid}/fd")}
+            free = [number for number in range(100) if number not in taken]
+            usual = resource.prlimit(self.server.pid, resource.RLIMIT_NOFILE)
+            for saved in range(3):
+                with self.subTest(saved):
+                    limit = free[6 + saved]  # six ends of pipes come before the streams it saves
+                    resource.prlimit(self.server.pid, resource.RLIMIT_NOFILE, (limit, usual[1]))
+                    self.assertEqual(client.ask("journal"), "refused: The journal could not be packed.")
+                    self.assertEqual(client.ask("status"), "open: 0 1 2 3")
+            resource.prlimit(self.server.pid, resource.RLIMIT_NOFILE, usual)
+        self.assertEqual(self.stop().count(": tarnutil::Exception: The journal could not be packed.\n"), 3)
+
+    def test_no_child_inherits_a_socket(self):
+        with Client(self.address) as client:
+            client.ask("status")
+            of_process = f"/proc/{self.server.pid}/"
+            sockets = [fd for fd in os.listdir(of_process + "fd")
+                       if os.readlink(of_process + "fd/" + fd).startswith("socket:")]
+            self.assertEqual(len(sockets), 2)
+            for fd in sockets:
+                with open(of_process + "fdinfo/" + fd) as info:
+                    flags = next(line.split()[1] for line in info if line.startswith("flags:"))
+                self.assertTrue(int(flags, 8) & os.O_CLOEXEC, fd)
         self.stop()
 
     def test_the_strongest_suite_comes_first(self):
