@@ -58,13 +58,19 @@ TARNUTIL_API X509_CRL* TARNSSL_load_X509_CRL_file(const char* path);
  * `password` is a NUL-terminated text that unlocks PEM, or NULL for none; as much of it is used as
  * OpenSSL's password buffer takes. DER is read unencrypted.
  *
- * DER is tried only if the input holds no PEM block at all: then the error queue is cleared and the
- * BIO rewound first. A wrong password or a damaged PEM block is a failure whose errors stay,
- * whatever else is in the input; the BIO is then left at an unspecified position. Input that cannot
- * be rewound (a pipe) has to be PEM. */
+ * PEM is read from where the BIO stands. DER is tried only if no PEM block of any kind begins
+ * there or further on: then the error queue is cleared, the BIO rewound to its beginning, and DER
+ * read from there. A wrong password or a damaged PEM block is a failure whose errors stay, whatever
+ * else is in the input; the BIO is then left at an unspecified position: rewind it before another
+ * try. Input that cannot be rewound (a pipe) has to be PEM.
+ *
+ * Keys behind each other in one BIO come one by one. A read behind the last PEM block starts over
+ * as DER like any other that finds none: it clears the error queue, and returns the DER key that
+ * the input begins with, or NULL with the DER reader's errors. */
 
-/* The first private key of the input, of whatever algorithm, or NULL. */
+/* The next private key of `bio`, of whatever algorithm, or NULL. */
 TARNUTIL_API EVP_PKEY* TARNSSL_load_PrivateKey_bio(BIO* bio, void* password);
+/* The first private key of the file, or NULL. */
 TARNUTIL_API EVP_PKEY* TARNSSL_load_PrivateKey_file(const char* path, void* password);
 
 /* The same as an RSA object; NULL also if the key is of another algorithm. */
@@ -106,8 +112,9 @@ TARNUTIL_API int TARNSSL_verify_issuer(X509* issuer, X509* subject);
 
 /* Whether a file of certificates, PEM or DER, holds one that issued `subject`: 1 or 0, where
  * reading ends at the first block that is no certificate. -1 if `subject` is NULL or the file
- * cannot be opened. An answer of 0 leaves in the error queue what ended the reading:
- * nothing where DER comes to its end. Reading DER forgets what the queue held before the call. */
+ * cannot be opened (a directory can, and answers 0). An answer of 0 leaves in the error queue what
+ * ended the reading: nothing where DER comes to its end. Reading DER forgets what the queue held
+ * before the call. */
 TARNUTIL_API int TARNSSL_cert_contain_issuer_of(const char* path, X509* subject);
 
 /* Whether a PEM chain file holds, behind its first certificate, one that issued the first: 1 or 0;

@@ -10,9 +10,11 @@
 namespace tarnutil_test {
 namespace {
 
+using testing::AllOf;
 using testing::Contains;
 using testing::IsEmpty;
 using testing::Not;
+using testing::StartsWith;
 
 // The password as callers pass it.
 void* secret(const char* text) { return const_cast<char*>(text); }
@@ -46,6 +48,8 @@ const KeyCase kKeyCases[] = {
     {"PKCS#8 DER, EC",                              "ec.pkcs8.der",             nullptr,  EVP_PKEY_EC,      false},
     {"PKCS#8 DER, Ed25519",                         "ed25519.pkcs8.der",        nullptr,  EVP_PKEY_ED25519, false},
     {"DER takes no notice of a password",           "rsa.pkcs8.der",            "wrong",  EVP_PKEY_RSA,     false},
+    {"locked DER, its password",                    "rsa.locked.der",           "secret", kNone,            true},
+    {"locked DER, no password",                     "rsa.locked.der",           nullptr,  kNone,            true},
     {"a wrong password, PKCS#8",                    "rsa.locked.pem",           "wrong",  kNone,            false},
     {"a wrong password, traditional",               "rsa.traditional.locked.pem", "wrong", kNone,           false},
     {"no password, PKCS#8",                         "rsa.locked.pem",           nullptr,  kNone,            false},
@@ -176,15 +180,58 @@ TEST(KeyReadingTest, AWrongPasswordLeavesEarlierErrors) {
     EXPECT_EQ(errors.front(), "9:" + std::to_string(PEM_R_BAD_END_LINE));
 }
 
+// The type of the next key in `bio`.
+int nextKey(const BioPtr& bio, const char* password = nullptr) {
+    const EvpPkeyPtr key(TARNSSL_load_PrivateKey_bio(bio.get(), secret(password)));
+    return key == nullptr ? kNone : EVP_PKEY_id(key.get());
+}
+
 TEST(KeyReadingTest, KeysBehindEachOtherComeOneByOne) {
     const std::string bytes = readFile(material("rsa.pem")) + readFile(material("ec.pem"));
     const BioPtr bio = reading(bytes);
-    const EvpPkeyPtr first(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr));
-    const EvpPkeyPtr second(TARNSSL_load_PrivateKey_bio(bio.get(), nullptr));
-    ASSERT_NE(first, nullptr);
-    ASSERT_NE(second, nullptr);
-    EXPECT_EQ(EVP_PKEY_id(first.get()), EVP_PKEY_RSA);
-    EXPECT_EQ(EVP_PKEY_id(second.get()), EVP_PKEY_EC);
+    EXPECT_EQ(nextKey(bio), EVP_PKEY_RSA);
+    EXPECT_EQ(nextKey(bio), EVP_PKEY_EC);
+}
+
+TEST(KeyReadingTest, BehindTheLastBlockReadingStartsOverAsDer) {
+    const std::string bytes = readFile(material("rsa.pem"));
+    const BioPtr bio = reading(bytes);
+    EXPECT_EQ(nextKey(bio), EVP_PKEY_RSA);
+    EXPECT_EQ(BIO_pending(bio.get()), 0);
+    for (int again = 0; again < 2; ++again) {
+        ERR_put_error(ERR_LIB_USER, 0, 1, "earlier", 1);
+        EXPECT_EQ(nextKey(bio), kNone);
+        EXPECT_THAT(drainErrors(), AllOf(Contains(StartsWith("13:")), Not(Contains("128:1"))));
+        EXPECT_EQ(BIO_tell(bio.get()), 2 + '-') << "one DER object, of the length that \"--\" says";
+    }
+}
+
+// A BIO that holds a DER key and, on a line of its own, the named one.
+struct DerThen {
+    explicit DerThen(const char* name)
+        : bytes(readFile(material("rsa.pkcs8.der")) + "\n" + readFile(material(name))),
+          bio(reading(bytes)) {}
+    const std::string bytes;
+    const BioPtr bio;
+};
+
+TEST(KeyReadingTest, ADerKeyBeforePemComesBehindIt) {
+    const DerThen input("ec.pem");
+    for (const int type : {EVP_PKEY_EC, EVP_PKEY_RSA, EVP_PKEY_EC, EVP_PKEY_RSA}) {
+        EXPECT_EQ(nextKey(input.bio), type);
+        EXPECT_THAT(drainErrors(), IsEmpty());
+    }
+}
+
+TEST(KeyReadingTest, AfterAWrongPasswordTheBioHasToBeRewound) {
+    const DerThen input("ec.locked.pem");
+    EXPECT_EQ(nextKey(input.bio, "wrong"), kNone);
+    EXPECT_EQ(nextKey(input.bio, "secret"), EVP_PKEY_RSA) << "the DER key at the beginning";
+    EXPECT_EQ(BIO_seek(input.bio.get(), 0), 0);
+    EXPECT_EQ(nextKey(input.bio, "wrong"), kNone);
+    EXPECT_EQ(BIO_seek(input.bio.get(), 0), 0);
+    EXPECT_EQ(nextKey(input.bio, "secret"), EVP_PKEY_EC);
+    ERR_clear_error();
 }
 
 TEST(KeyReadingTest, AWrittenMemoryBioIsEmptiedByTheRewind) {

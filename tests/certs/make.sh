@@ -19,6 +19,8 @@ make_key() {
     quietly openssl pkcs8 -topk8 -in "$name.pem" -nocrypt -outform DER -out "$name.pkcs8.der"
     quietly openssl pkcs8 -topk8 -in "$name.pem" -v2 aes-256-cbc -iter 16 -passout pass:secret \
         -out "$name.locked.pem"
+    quietly openssl pkcs8 -topk8 -in "$name.pem" -v2 aes-256-cbc -iter 16 -passout pass:secret \
+        -outform DER -out "$name.locked.der"
     openssl pkey -in "$name.pem" -pubout -out "$name.pub.pem"
 }
 

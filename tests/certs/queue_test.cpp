@@ -103,6 +103,19 @@ Ways asked(int format, const char* cert, const char* request) {
             requestFromBio(request, format)};
 }
 
+// Each reader that is told the format and goes on in a BIO, behind the only object in it.
+Ways nothingLeft(int format, const char* cert, const char* request) {
+    const auto behindIt = [=](auto* (*read)(BIO*, int*)) {
+        return [=](BIO* bio) {
+            int asked = format;
+            EXPECT_EQ(told(read(bio, &asked)), "an object");
+            return read(bio, &asked);
+        };
+    };
+    return {fromBio(cert, behindIt(TARNSSL_load_X509_bio)), certFromBuffer("empty", format),
+            fromBio(request, behindIt(TARNSSL_load_X509_REQ_bio))};
+}
+
 char* secret(const char* text) { return const_cast<char*>(text); }
 Ways rsaReaders(const char* name, const char* password) {
     return {fromBio(name, [=](BIO* bio) { return TARNSSL_load_RSA_bio(bio, secret(password)); }),
@@ -119,6 +132,18 @@ Ways keyReaders(const char* name, const char* password) {
     }));
     return ways;
 }
+template <class Key>
+Way behindTheKey(Key* (*read)(BIO*, void*)) {
+    return fromBio("rsa.pem", [=](BIO* bio) {
+        EXPECT_EQ(told(read(bio, nullptr)), "an object");
+        return read(bio, nullptr);
+    });
+}
+Ways inEither(Ways these, const Ways& those) {
+    these.insert(these.end(), those.begin(), those.end());
+    return these;
+}
+const char* const kDirectory = ".";  // which can be opened, but not read
 Ways fileReaders(const char* name) {
     Ways ways = {
         fromFile(name,
@@ -230,11 +255,23 @@ X509Ptr forged() {
     EXPECT_GT(X509_sign(cert.get(), key.get(), EVP_sha256()), 0);
     return cert;
 }
-Way issuerOfLeaf(const std::vector<const char*>& parts) {
-    return joined(parts, [](const char* path) {
-        return TARNSSL_cert_contain_issuer_of(path, certificate("leaf.pem").get());
-    });
+// A certificate whose key is of an algorithm that nobody knows.
+X509Ptr withoutAReadableKey() {
+    const BioPtr encoded(BIO_new(BIO_s_mem()));
+    EXPECT_EQ(i2d_X509_bio(encoded.get(), makeCertificate({}).get()), 1);
+    char* data = nullptr;
+    const long length = BIO_get_mem_data(encoded.get(), &data);
+    const std::string known = "\x2A\x86\x48\xCE\x3D\x02\x01";  // EC keys
+    char* const algorithm = std::search(data, data + length, known.begin(), known.end());
+    EXPECT_NE(algorithm, data + length);
+    algorithm[known.size() - 1] = '\x7F';
+    return X509Ptr(d2i_X509_bio(encoded.get(), nullptr));
 }
+int issuerOfLeafIn(const char* path) {
+    return TARNSSL_cert_contain_issuer_of(path, certificate("leaf.pem").get());
+}
+int issuerOfNothingIn(const char* path) { return TARNSSL_cert_contain_issuer_of(path, nullptr); }
+Way issuerOfLeaf(const std::vector<const char*>& parts) { return joined(parts, issuerOfLeafIn); }
 Way ownIssuer(const std::vector<const char*>& parts) {
     return joined(parts, TARNSSL_cert_contain_issuer);
 }
@@ -315,6 +352,7 @@ struct QueueCase {
 const char* const kLoaders = "load_X509_*, load_X509_REQ_*, load_X509_CRL_*";
 const char* const kAskedLoaders = "load_X509_bio, load_X509_buf, load_X509_REQ_bio";
 const char* const kKeyLoaders = "load_PrivateKey_*, load_RSA_*";
+const char* const kNextKeyLoaders = "load_PrivateKey_bio, load_RSA_bio";
 const char* const kUseCert = "CTX_use_certificate_file";
 const char* const kUseKey = "CTX_use_PrivateKey_file";
 const char* const kUseChain = "CTX_use_certificate_chain_file";
@@ -337,8 +375,11 @@ const QueueCase kQueueCases[] = {
     {kAskedLoaders,         "PEM asked for, is DER",                   asked(1, "leaf.der", "named.req.der")},
     {kAskedLoaders,         "DER, as asked for",                       asked(2, "leaf.der", "named.req.der")},
     {kAskedLoaders,         "DER asked for, is PEM",                   asked(2, "leaf.pem", "named.req.pem")},
+    {kAskedLoaders,         "PEM asked for, nothing left",             nothingLeft(1, "leaf.pem", "named.req.pem")},
+    {kAskedLoaders,         "DER asked for, nothing left",             nothingLeft(2, "leaf.der", "named.req.der")},
     {"load_X509_buf",       "no BIO for the bytes",                    {failing(Call::BIO_new_mem_buf, 1, certFromBuffer("leaf.pem", 0))}},
     {"load_*_file",         "the file cannot be opened",               fileReaders("missing")},
+    {"load_*_file",         "a directory",                             fileReaders(kDirectory)},
     {kKeyLoaders,           "PEM",                                     keyReaders("rsa.pem", nullptr)},
     {kKeyLoaders,           "locked PEM, its password",                keyReaders("rsa.locked.pem", "secret")},
     {kKeyLoaders,           "DER",                                     keyReaders("rsa.pkcs8.der", nullptr)},
@@ -347,20 +388,27 @@ const QueueCase kQueueCases[] = {
     {kKeyLoaders,           "damaged PEM",                             keyReaders("damaged.pem", nullptr)},
     {kKeyLoaders,           "PEM of something else",                   keyReaders("leaf.pem", nullptr)},
     {kKeyLoaders,           "no PEM, and no DER key",                  keyReaders("leaf.der", nullptr)},
+    {kKeyLoaders,           "locked DER, whatever the password",       inEither(keyReaders("rsa.locked.der", "secret"), keyReaders("rsa.locked.der", nullptr))},
     {kKeyLoaders,           "an empty input",                          keyReaders("empty", nullptr)},
     {kKeyLoaders,           "DER in a pipe",                           {keyFromPipe}},
+    {kNextKeyLoaders,       "nothing left behind PEM",                 {behindTheKey(TARNSSL_load_PrivateKey_bio), behindTheKey(TARNSSL_load_RSA_bio)}},
     {"load_RSA_*",          "a key of another algorithm, PEM",         rsaReaders("ec.pem", nullptr)},
     {"load_RSA_*",          "a key of another algorithm, DER",         rsaReaders("ec.pkcs8.der", nullptr)},
     {kUseCert,              "PEM",                                     {usesCert(asItIs, "leaf.pem")}},
     {kUseCert,              "DER",                                     {usesCert(asItIs, "leaf.der")}},
     {kUseCert,              "the context had a key of another",        {usesCert(withAnotherKey, "leaf.pem")}},
     {kUseCert,              "no certificate",                          {usesCert(asItIs, "rsa.pem")}},
+    {kUseCert,              "an empty file",                           {usesCert(asItIs, "empty")}},
+    {kUseCert,              "a directory",                             {usesCert(asItIs, kDirectory)}},
     {kUseCert,              "the file cannot be opened",               {usesCert(asItIs, "missing")}},
     {kUseCert,              "the context refuses it",                  {usesCert(withoutWeakKeys, "leaf.pem")}},
     {kUseKey,               "PEM",                                     {usesKey(asItIs, "ec.pem")}},
     {kUseKey,               "DER",                                     {usesKey(asItIs, "ec.pkcs8.der")}},
     {kUseKey,               "no key",                                  {usesKey(asItIs, "leaf.der")}},
+    {kUseKey,               "an empty file",                           {usesKey(asItIs, "empty")}},
+    {kUseKey,               "a directory",                             {usesKey(asItIs, kDirectory)}},
     {kUseKey,               "another password",                        {usesKey(asItIs, "rsa.traditional.locked.pem", "no")}},
+    {kUseKey,               "damaged PEM",                             {usesKey(asItIs, "damaged.pem")}},
     {kUseKey,               "the file cannot be opened",               {usesKey(asItIs, "missing")}},
     {kUseKey,               "not the certificate's key",               {usesKey(withTheLeaf, "ec.pem")}},
     {kUseChain,             "success",                                 {usesChain(asItIs, "chain.pem")}},
@@ -368,6 +416,7 @@ const QueueCase kQueueCases[] = {
     {kUseChain,             "the file cannot be opened",               {usesChain(asItIs, "missing")}},
     {kUseChain,             "no first certificate",                    {usesChain(asItIs, "rsa.pem"), usesChain({"cut_short.pem", "leaf.pem"})}},
     {kUseChain,             "an empty file",                           {usesChain(asItIs, "empty")}},
+    {kUseChain,             "a directory",                             {usesChain(asItIs, kDirectory)}},
     {kUseChain,             "the context refuses the first",           {usesChain(withoutWeakKeys, "chain.pem")}},
     {kUseChain,             "the context takes it, with an error",     {usesChain(permittingWithAnError, "chain.pem")}},
     {kUseChain,             "a following one cannot be added",         {failing(Call::SSL_CTX_ctrl, 2, usesChain(asItIs, "chain.pem"))}},
@@ -377,6 +426,7 @@ const QueueCase kQueueCases[] = {
     {"verify_issuer",       "yes",                                     {[] { return verifies(certificate("issuing.pem"), certificate("leaf.pem")); }}},
     {"verify_issuer",       "no, by its name",                         {[] { return verifies(certificate("unrelated.pem"), certificate("leaf.pem")); }}},
     {"verify_issuer",       "no, by its signature",                    {[] { return verifies(makeCertificate({}), forged()); }}},
+    {"verify_issuer",       "no, the issuer has no readable key",      {[] { return verifies(withoutAReadableKey(), makeCertificate({})); }}},
     {"verify_issuer",       "NULL given",                              {[] { return verifies(nullptr, certificate("leaf.pem")); },
                                                                         [] { return verifies(certificate("leaf.pem"), nullptr); }}},
     {kIssuerOf,             "found in PEM",                            {issuerOfLeaf({"chain.pem"})}},
@@ -387,20 +437,21 @@ const QueueCase kQueueCases[] = {
     {kIssuerOf,             "damage behind DER",                       {issuerOfLeaf({"leaf.der", "rsa.pem"})}},
     {kIssuerOf,             "no certificate",                          {issuerOfLeaf({"rsa.pem"})}},
     {kIssuerOf,             "an empty file",                           {issuerOfLeaf({})}},
-    {kIssuerOf,             "the file cannot be opened",               {fromFile("missing", [](const char* path) {
-                                                                            return TARNSSL_cert_contain_issuer_of(path, certificate("leaf.pem").get());
-                                                                        })}},
-    {kIssuerOf,             "NULL given",                              {fromFile("leaf.pem", [](const char* path) {
-                                                                            return TARNSSL_cert_contain_issuer_of(path, nullptr);
-                                                                        })}},
+    {kIssuerOf,             "a directory",                             {fromFile(kDirectory, issuerOfLeafIn)}},
+    {kIssuerOf,             "the file cannot be opened",               {fromFile("missing", issuerOfLeafIn)}},
+    {kIssuerOf,             "NULL given",                              {fromFile("leaf.pem", issuerOfNothingIn)}},
+    {kIssuerOf,             "NULL given, and the file cannot be opened", {fromFile("missing", issuerOfNothingIn)}},
     {kOwnIssuer,            "found",                                   {ownIssuer({"chain.pem"})}},
     {kOwnIssuer,            "not found",                               {ownIssuer({"stranger.pem"})}},
     {kOwnIssuer,            "damage behind the first",                 {ownIssuer({"leaf.pem", "cut_short.pem"})}},
     {kOwnIssuer,            "DER",                                     {ownIssuer({"chain.der"})}},
     {kOwnIssuer,            "no first certificate",                    {ownIssuer({"rsa.pem"})}},
+    {kOwnIssuer,            "an empty file",                           {ownIssuer({})}},
+    {kOwnIssuer,            "a directory",                             {fromFile(kDirectory, TARNSSL_cert_contain_issuer)}},
     {kOwnIssuer,            "the context refuses the first",           {ownIssuer({"weak.pem", "weak.pem"})}},
     {kOwnIssuer,            "the file cannot be opened",               {fromFile("missing", TARNSSL_cert_contain_issuer)}},
     {kResponder,            "found",                                   {responder({access("http://a/")})}},
+    {kResponder,            "found behind one that does not decode",   {responder({{NID_info_access, kUndecodable}, access("http://a/")})}},
     {kResponder,            "none",                                    {responder({}), responder({access("https://a/")}), responder({access("http://a/", true)})}},
     {kResponder,            "an extension that does not decode",       {responder({{NID_info_access, kUndecodable}})}},
     {kFingerprint,          "success",                                 {fingerprint(103)}},
@@ -420,6 +471,8 @@ const QueueCase kQueueCases[] = {
                                                                         requestedNames([] { return makeRequest({authorityInfoAccess({})}); })}},
     {kRequestNames,         "extensions that do not decode",           {requestedNames(withoutExtensions)}},
     {kRequestNames,         "names that do not decode",                {requestedNames([] { return makeRequest({{NID_subject_alt_name, kUndecodable}}); })}},
+    {kRequestNames,         "a name that holds a NUL",                 {requestedNames([] { return makeRequest({subjectAltName({dns(std::string("a\0b", 3))})}); })}},
+    {kRequestNames,         "no BIO to print to",                      {failing(Call::BIO_new, 1, requestedNames([] { return makeRequest({subjectAltName({dns("a")})}); }))}},
 };
 // clang-format on
 
@@ -429,10 +482,10 @@ struct NewErrors {
     Matcher<std::vector<std::string>> matcher;
 };
 const auto kOfDerReader = AllOf(Not(IsEmpty()), Each(StartsWith("13:")));  // ASN.1
-// PEM, ASN.1, PKCS#12, providers and decoders: each OpenSSL has its own mixture.
+// PEM, ASN.1, PKCS#12, the core, providers and decoders: each OpenSSL has its own mixture.
 const auto kOfKeyReaders =
     AllOf(Not(IsEmpty()), Each(AnyOf(StartsWith("9:"), StartsWith("13:"), StartsWith("35:"),
-                                     StartsWith("57:"), StartsWith("60:"))));
+                                     StartsWith("15:"), StartsWith("57:"), StartsWith("60:"))));
 // clang-format off
 const NewErrors kNewErrors[] = {
     {"none",                                    IsEmpty()},
@@ -444,6 +497,7 @@ const NewErrors kNewErrors[] = {
     {"the DER key reader's",                    AllOf(kOfKeyReaders, Contains(StartsWith("13:")))},
     {"ASN.1, of the signature",                 ElementsAre(StartsWith("13:"))},
     {"EVP, expecting an RSA key",               ElementsAre("6:127")},
+    {"EVP, decode error",                       ElementsAre("6:114")},
     {"SSL, key too small",                      ElementsAre("20:399")},
     {"X.509, key values mismatch",              ElementsAre("11:116")},
     {"X.509 v3, no value",                      ElementsAre(StartsWith("34:"))},
@@ -451,6 +505,9 @@ const NewErrors kNewErrors[] = {
     {"the library's, 341",                      ElementsAre("20:7 line 341")},
     {"the system's, the BIO's, the library's, 346", ElementsAre("2:2", StartsWith("32:"), "20:7 line 346")},
     {"the DER reader's, the library's, 352",    ElementsAre(StartsWith("13:"), StartsWith("13:"), "20:7 line 352")},
+    {"the system's, the BIO's, the DER reader's", ElementsAre("2:21", StartsWith("32:"), StartsWith("13:"))},
+    {"the system's, the BIO's, the DER reader's, the library's, 352",
+                                                ElementsAre("2:21", StartsWith("32:"), StartsWith("13:"), "20:7 line 352")},
     {"the library's, 352",                      ElementsAre("20:7 line 352")},
 };
 // clang-format on
