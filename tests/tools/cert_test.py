@@ -1,8 +1,10 @@
 # SPDX-License-Identifier: Apache-2.0
 """tarnutil cert: what it prints of certificate files, and what it refuses."""
 
+import contextlib
 import json
 import os
+import pathlib
 import subprocess
 import tempfile
 
@@ -17,6 +19,34 @@ def material(name):
 
 def cert(*arguments):
     return run("cert", *arguments)
+
+
+def content(*names):
+    """The bytes of the named files, joined."""
+    return b"".join(pathlib.Path(material(name)).read_bytes() for name in names)
+
+
+CUT_BLOCK = b"-----BEGIN CERTIFICATE-----\nAAAA\n"
+
+
+@contextlib.contextmanager
+def written(content):
+    """The path of a file that holds the bytes."""
+    with tempfile.NamedTemporaryFile() as file:
+        file.write(content)
+        file.flush()
+        yield file.name
+
+
+def tlv(tag, content):
+    return bytes([tag, len(content)]) + content
+
+
+def made(extension, value):
+    """A certificate with one extension, given by its bytes."""
+    with written(f"[req]\ndistinguished_name=n\n[n]\n[x]\n{extension}=DER:{value.hex(':')}\n".encode()) as conf:
+        return openssl("req", "-x509", "-config", conf, "-extensions", "x", "-subj", "/CN=made",
+                       "-key", material("ec.pem")).encode()
 
 
 def openssl(*arguments):
@@ -57,13 +87,30 @@ class ShowTest(CommandTest):
         self.assertIn("certificate 3\n  subject      CN = policy\n", text)
 
     def test_says_where_damage_ended_the_reading(self):
-        with tempfile.NamedTemporaryFile() as file:
-            with open(material("leaf.pem"), "rb") as leaf:
-                file.write(leaf.read() + b"-----BEGIN CERTIFICATE-----\nAAAA\n")
-            file.flush()
-            shown = json.loads(cert("show", "--json", file.name).stdout)
-            self.assertEqual(shown["count"], 1)
-            self.assertTrue(shown["damage"])
+        for first, then in (("leaf.pem", CUT_BLOCK), ("leaf.der", b"x")):
+            with written(content(first) + then) as path:
+                shown = json.loads(cert("show", "--json", path).stdout)
+                self.assertEqual(shown["count"], 1, first)
+                self.assertTrue(shown["damage"], first)
+                text = cert("show", path).stdout.decode()
+                self.assertTrue(text.endswith("\nreading ended at damage: " + shown["damage"] + "\n"), text)
+
+    def fact(self, key, certificate):
+        with written(certificate) as path:
+            process = cert("show", "--json", path)
+        self.expect(process, 0, stderr="")
+        return json.loads(process.stdout)["certificates"][0][key]
+
+    def test_names_that_do_not_decode_are_not_shown_as_none(self):
+        undecodable = made("subjectAltName", b"\x30\x03\x02\x01")
+        self.assertEqual(self.fact("subject_alt_names", undecodable), "(cannot be printed)")
+
+    def test_an_address_that_holds_a_nul_is_shown_whole(self):
+        for address in (b"http://a/\0b", b"ldap://a/\0b"):
+            names = tlv(0x86, b"ftp://other") + tlv(0x86, address)
+            points = made("crlDistributionPoints",
+                          tlv(0x30, tlv(0x30, tlv(0xA0, tlv(0xA0, names)))))
+            self.assertEqual(self.fact("crl_url", points), address.decode().replace("\0", "\\x00"))
 
     def test_says_what_each_format_failed_with(self):
         path = material("rsa.pem")
@@ -87,6 +134,26 @@ class IssuerTest(CommandTest):
         path = material("root.pem")
         self.expect(cert("issuer", material("leaf.pem"), path), 1, "",
                     "tarnutil: " + path + " does not hold the issuer of CN = leaf, which is CN = issuing\n")
+
+    def test_json_says_that_it_was_not_found(self):
+        process = cert("issuer", "--json", material("leaf.pem"), material("root.pem"))
+        self.expect(process, 1)
+        self.assertEqual(json.loads(process.stdout),
+                         {"subject": "CN = leaf", "found": False, "damage": None})
+
+    def test_damage_before_it_was_found_is_no_answer(self):
+        with written(content("root.pem") + CUT_BLOCK) as path:
+            for form in ((), ("--json",)):
+                self.expect(cert("issuer", *form, material("leaf.pem"), path), 2, "",
+                            "tarnutil: " + path + ": reading ended at damage: bad end line\n")
+
+    def test_damage_behind_it_is_told(self):
+        with written(content("issuing.pem") + CUT_BLOCK) as path:
+            process = cert("issuer", material("leaf.pem"), path)
+            self.expect(process, 0, "CN = leaf was issued by certificate 1 of " + path +
+                        ": CN = issuing\n" + path + ": reading ended at damage: bad end line\n", "")
+            told = json.loads(cert("issuer", "--json", material("leaf.pem"), path).stdout)
+            self.assertEqual((told["found"], told["damage"]), (True, "bad end line"))
 
     def test_wants_both_files(self):
         self.assertEqual(cert("issuer", material("leaf.pem")).returncode, 2)

@@ -38,6 +38,15 @@ std::string counted(std::size_t count) {
     return std::to_string(count) + (count == 1 ? " certificate" : " certificates");
 }
 
+// Where the certificates of a file that is damaged end.
+std::string damageOf(const CertificateFile& file) {
+    return "reading ended at damage: " + file.damage;
+}
+
+ordered_json damageAsJson(const CertificateFile& file) {
+    return file.damage.empty() ? ordered_json() : ordered_json(file.damage);
+}
+
 // ---- show ----
 
 void printText(const CertificateFile& file) {
@@ -51,7 +60,7 @@ void printText(const CertificateFile& file) {
             std::cout << "  " << std::left << std::setw(13) << fact.title << text << '\n';
         }
     }
-    if (!file.damage.empty()) std::cout << "\nreading ended at damage: " << file.damage << '\n';
+    if (!file.damage.empty()) std::cout << '\n' << damageOf(file) << '\n';
 }
 
 ordered_json asJson(X509* cert) {
@@ -68,11 +77,10 @@ ordered_json asJson(const CertificateFile& file) {
                          {"format", file.format},
                          {"count", file.certificates.size()},
                          {"certificates", ordered_json::array()},
-                         {"damage", nullptr}};
+                         {"damage", damageAsJson(file)}};
     for (const Certificate& cert : file.certificates) {
         json["certificates"].push_back(asJson(cert.get()));
     }
-    if (!file.damage.empty()) json["damage"] = file.damage;
     return json;
 }
 
@@ -97,27 +105,39 @@ std::size_t placeOfIssuer(const CertificateFile& candidates, X509* subject,
     return 0;
 }
 
+void printText(const CertificateFile& candidates, X509* subject, std::size_t place) {
+    std::cout << subjectOf(subject) << " was issued by certificate " << place << " of "
+              << candidates.path << ": " << subjectOf(candidates.certificates[place - 1].get())
+              << '\n';
+    if (!candidates.damage.empty()) {
+        std::cout << candidates.path << ": " << damageOf(candidates) << '\n';
+    }
+}
+
+ordered_json asJson(const CertificateFile& candidates, X509* subject, std::size_t place) {
+    ordered_json json = {{"subject", subjectOf(subject)}, {"found", place != 0}};
+    if (place != 0) {
+        json["place"] = place;
+        json["issuer"] = asJson(candidates.certificates[place - 1].get());
+    }
+    json["damage"] = damageAsJson(candidates);
+    return json;
+}
+
 void issuer(const Options& options) {
     const CertificateFile file = readCertificates(options.file);
     const CertificateFile candidates = readCertificates(options.candidates);
     X509* const subject = file.certificates.front().get();
     const std::size_t place = placeOfIssuer(candidates, subject);
-    if (options.json) {
-        ordered_json json = {{"subject", subjectOf(subject)}, {"found", place != 0}};
-        if (place != 0) {
-            json["place"] = place;
-            json["issuer"] = asJson(candidates.certificates[place - 1].get());
-        }
-        print(json);
+    if (place == 0 && !candidates.damage.empty()) {  // it may stand behind the damage
+        throw Unusable(candidates.path + ": " + damageOf(candidates));
     }
+    if (options.json) print(asJson(candidates, subject, place));
     if (place == 0) {
         throw Refused(candidates.path + " does not hold the issuer of " + subjectOf(subject) +
                       ", which is " + issuerOf(subject));
     }
-    if (options.json) return;
-    std::cout << subjectOf(subject) << " was issued by certificate " << place << " of "
-              << candidates.path << ": " << subjectOf(candidates.certificates[place - 1].get())
-              << '\n';
+    if (!options.json) printText(candidates, subject, place);
 }
 
 // ---- chain ----

@@ -81,6 +81,40 @@ std::string textOf(const ASN1_TIME* time) {
     return printed([=](BIO* bio) { ASN1_TIME_print(bio, time); });
 }
 
+std::string addressOf(const ASN1_IA5STRING* url) {
+    return printed([=](BIO* bio) { ASN1_STRING_print_ex(bio, url, 0); });
+}
+
+struct FreePoints {
+    void operator()(CRL_DIST_POINTS* points) const { CRL_DIST_POINTS_free(points); }
+};
+using Points = std::unique_ptr<CRL_DIST_POINTS, FreePoints>;
+
+// The first URI of a distribution point whose bytes up to a NUL are `beginning`; otherwise null.
+const ASN1_IA5STRING* uriOf(const DIST_POINT* point, const char* beginning) {
+    if (point->distpoint == nullptr || point->distpoint->type != 0) return nullptr;
+    const GENERAL_NAMES* const names = point->distpoint->name.fullname;
+    for (int i = 0; i < sk_GENERAL_NAME_num(names); ++i) {
+        const GENERAL_NAME* const name = sk_GENERAL_NAME_value(names, i);
+        if (name->type != GEN_URI) continue;
+        const ASN1_IA5STRING* const uri = name->d.uniformResourceIdentifier;
+        const auto* const text = reinterpret_cast<const char*>(ASN1_STRING_get0_data(uri));
+        if (std::strcmp(text, beginning) == 0) return uri;  // the decoder put a NUL behind it
+    }
+    return nullptr;
+}
+
+// The address of a revocation list in `cert` that begins with `beginning`, with what follows a NUL.
+std::string wholeCrlUrl(X509* cert, const char* beginning) {
+    const Points points(static_cast<CRL_DIST_POINTS*>(
+        X509_get_ext_d2i(cert, NID_crl_distribution_points, nullptr, nullptr)));
+    for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {
+        const auto* const uri = uriOf(sk_DIST_POINT_value(points.get(), i), beginning);
+        if (uri != nullptr) return addressOf(uri);
+    }
+    return printable(beginning);
+}
+
 }  // namespace
 
 const std::vector<Fact> kFacts = {
@@ -130,23 +164,25 @@ std::string fingerprintOf(X509* cert) {
 
 std::string alternativeNamesOf(X509* cert) {
     std::vector<char> text(1 << 16);
-    (void)TARNSSL_X509_get_SANs_str(cert, text.data(), static_cast<int>(text.size()));
-    return printable(text.data());
+    const int size = static_cast<int>(text.size());
+    if (TARNSSL_X509_get_SANs_str(cert, text.data(), size) < 0) return "";
+    return text.front() == '\0' ? "(cannot be printed)" : printable(text.data());
 }
 
 std::string ocspUrlOf(X509* cert) {
     AUTHORITY_INFO_ACCESS* access = nullptr;
     const ASN1_IA5STRING* const url = TARNSSL_get_ocsp_resp_url_from_aia(cert, &access);
     if (url == nullptr) return "";
-    std::string text = printed([=](BIO* bio) { ASN1_STRING_print_ex(bio, url, 0); });
+    std::string text = addressOf(url);
     sk_ACCESS_DESCRIPTION_pop_free(access, ACCESS_DESCRIPTION_free);
     return text;
 }
 
-// OpenSSL's decoder puts a NUL behind every string, which ends this one.
+// The library does not tell how long the address is, which may itself hold a NUL: what is shown is
+// the certificate's own copy of it.
 std::string crlUrlOf(X509* cert) {
     const unsigned char* const url = TARNSSL_X509_get_first_crl_dp(cert);
-    return url == nullptr ? "" : printable(reinterpret_cast<const char*>(url));
+    return url == nullptr ? "" : wholeCrlUrl(cert, reinterpret_cast<const char*>(url));
 }
 
 }  // namespace tarnutil_command
