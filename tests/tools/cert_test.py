@@ -107,9 +107,11 @@ class ShowTest(CommandTest):
 
     def test_an_address_that_holds_a_nul_is_shown_whole(self):
         for address in (b"http://a/\0b", b"ldap://a/\0b"):
-            names = tlv(0x86, b"ftp://other") + tlv(0x86, address)
-            points = made("crlDistributionPoints",
-                          tlv(0x30, tlv(0x30, tlv(0xA0, tlv(0xA0, names)))))
+            names = tlv(0x86, b"") + tlv(0x82, b"name") + tlv(0x86, b"ftp://other") + tlv(0x86, address)
+            nameless = tlv(0x30, tlv(0x81, b"\x01\x40"))
+            relative = tlv(0x30, tlv(0xA0, tlv(0xA1, b"\x30\x08\x06\x03\x55\x04\x03\x0C\x01r")))
+            full = tlv(0x30, tlv(0xA0, tlv(0xA0, names)))
+            points = made("crlDistributionPoints", tlv(0x30, nameless + relative + full))
             self.assertEqual(self.fact("crl_url", points), address.decode().replace("\0", "\\x00"))
 
     def test_says_what_each_format_failed_with(self):
@@ -180,6 +182,11 @@ class ChainTest(CommandTest):
         self.assertEqual(told["complaint"], "a server does not load it: it is not PEM")
         self.assertTrue(told["holds_issuer"])
         self.assertEqual(told["server_sends"], [])
+
+    def test_a_server_does_not_load_damage(self):
+        with written(content("leaf.pem") + CUT_BLOCK) as path:
+            told = self.told(path, 1)
+        self.assertEqual(told["complaint"], "a server does not load it: bad end line")
 
     def test_a_leaf_alone_lacks_its_issuer(self):
         self.assertEqual(self.told("leaf.pem", 1)["complaint"],
