@@ -23,7 +23,8 @@ class GeneralTest(CommandTest):
 
     def test_output_that_cannot_be_written_is_exit_code_2(self):
         for arguments in (["base64"], ["digest", "/etc/passwd"], ["escape", "--shell", "x"], ["--help"], ["--version"],
-                          ["cert", "--help"], ["ciphers", "--cross-reference"], ["bitmap", "size", "134217728"]):
+                          ["cert", "--help"], ["ciphers", "--cross-reference"], ["bitmap", "size", "134217728"],
+                          ["run", "--", "/bin/echo", "x"]):
             with self.subTest(arguments), open("/dev/full", "wb") as full:
                 process = subprocess.run([COMMAND, *arguments], input=b"abc", stdout=full,
                                          stderr=subprocess.PIPE, timeout=60)
@@ -31,7 +32,7 @@ class GeneralTest(CommandTest):
                                  (2, b"tarnutil: cannot write the output\n"))
 
     def test_standard_input_that_cannot_be_read_is_exit_code_2(self):
-        for arguments in (["base64"], ["escape", "--regex"]):
+        for arguments in (["base64"], ["escape", "--regex"], ["run", "--", "/bin/cat"]):
             directory = os.open("/", os.O_RDONLY)
             self.addCleanup(os.close, directory)
             with self.subTest(arguments):

@@ -1,7 +1,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """tarnutil run: a program as a child, with its streams passed through and a deadline."""
 
+import os
 import resource
+import select
 import signal
 import subprocess
 import tempfile
@@ -15,13 +17,27 @@ def run_prepared(prepare, *arguments):
                           preexec_fn=prepare, timeout=60)
 
 
-def run_without(redirection, *arguments):
+def run_redirected(redirection, *arguments):
     """As run, with a redirection of the shell, such as one that closes a stream."""
     return subprocess.run(["/bin/sh", "-c", 'exec "$0" run "$@" ' + redirection, COMMAND, *arguments],
                           stdin=subprocess.DEVNULL, capture_output=True, timeout=60)
 
 
 class RunTest(CommandTest):
+    def unread(self, *arguments):
+        """Starts the command with a pipe for its output that nobody reads yet."""
+        return subprocess.Popen([COMMAND, "run", *arguments], stdin=subprocess.DEVNULL,
+                                stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+
+    def expect_end(self, number):
+        """Waits until the process of this number has ended, whether or not its parent knows."""
+        try:
+            watch = os.pidfd_open(number)
+        except ProcessLookupError:
+            return
+        self.addCleanup(os.close, watch)
+        self.assertTrue(select.select([watch], [], [], 20)[0], "the program goes on")
+
     def test_passes_the_streams_through(self):
         text = bytes(range(256)) * 16384
         process = run("run", "--", "/bin/sh", "-c", "exec tee /dev/stderr", stdin=text)
@@ -74,14 +90,43 @@ class RunTest(CommandTest):
                             stderr="tarnutil: /bin/echo: Too many open files (exit status 232)\n")
 
     def test_standard_input_that_is_closed_is_empty(self):
-        self.expect(run_without("<&-", "--", "/bin/cat"), 0, stdout="", stderr="tarnutil: exit status 0\n")
+        self.expect(run_redirected("<&-", "--", "/bin/cat"), 0, stdout="", stderr="tarnutil: exit status 0\n")
 
     def test_a_closed_output_takes_no_descriptor_of_the_command(self):
         for redirection in (">&-", "2>&-", ">&- 2>&-", "<&- >&- 2>&-"):
             with self.subTest(redirection):
-                process = run_without(redirection, "--", "/bin/true")
+                process = run_redirected(redirection, "--", "/bin/true")
                 says = "" if "2>&-" in redirection else "tarnutil: exit status 0\n"
                 self.expect(process, 0, stdout="", stderr=says)
+
+    def test_what_cannot_be_written_is_no_success(self):
+        rows = [
+            # script           redirection    says
+            ("echo x",         ">&-",         "tarnutil: cannot write the output\n"),
+            ("echo x",         ">/dev/full",  "tarnutil: cannot write the output\n"),
+            ("echo x; exit 3", ">/dev/full",  "tarnutil: cannot write the output\n"),
+            ("echo x >&2",     "2>&-",        ""),
+            ("echo x >&2",     "2>/dev/full", ""),
+        ]
+        for script, redirection, says in rows:
+            with self.subTest(script + " " + redirection):
+                process = run_redirected(redirection, "--", "/bin/sh", "-c", script)
+                self.expect(process, 2, stdout="", stderr=says)
+
+    def test_a_reader_that_goes_away_is_no_failure(self):
+        read_end, write_end = os.pipe()
+        os.close(read_end)
+        self.addCleanup(os.close, write_end)
+        process = subprocess.run([COMMAND, "run", "--", "/bin/echo", "x"], stdin=subprocess.DEVNULL,
+                                 stdout=write_end, stderr=subprocess.PIPE, timeout=60)
+        self.expect(process, 0, stderr="tarnutil: exit status 0\n")
+
+    def test_what_was_written_last_waits_for_a_reader_that_is_late(self):
+        # More than one pipe holds, and less than two.
+        with self.unread("--", "/bin/sh", "-c", "head -c 100000 /dev/zero; echo $$ >&2") as process:
+            self.expect_end(int(process.stderr.readline()))
+            output, errors = process.communicate(timeout=60)
+        self.assertEqual((process.returncode, len(output), errors), (0, 100000, b"tarnutil: exit status 0\n"))
 
     def test_a_program_has_the_signal_mask_that_the_command_was_given(self):
         process = run_prepared(lambda: signal.pthread_sigmask(signal.SIG_BLOCK, [signal.SIGCHLD, signal.SIGUSR1]),
@@ -108,6 +153,18 @@ class RunTest(CommandTest):
 
     def test_a_deadline_holds_for_a_program_that_closed_its_streams(self):
         process = run("run", "--timeout", "0.2", "--", "/bin/sh", "-c", "exec >&- 2>&-; exec sleep 1000")
+        self.expect(process, 1, stdout="", stderr="tarnutil: deadline passed, ended by a signal\n")
+
+    def test_a_deadline_holds_while_nobody_reads_the_output(self):
+        for script in ("echo $$ >&2; exec yes", "trap '' TERM; echo $$ >&2; exec yes"):
+            with self.subTest(script), self.unread("--timeout", "1", "--", "/bin/sh", "-c", script) as process:
+                self.expect_end(int(process.stderr.readline()))
+                _, errors = process.communicate(timeout=60)
+                self.assertEqual((process.returncode, errors),
+                                 (1, b"tarnutil: deadline passed, ended by a signal\n"))
+
+    def test_a_deadline_holds_while_there_is_always_something_to_do(self):
+        process = run_redirected(">/dev/null", "--timeout", "0.2", "--", "/usr/bin/yes")
         self.expect(process, 1, stdout="", stderr="tarnutil: deadline passed, ended by a signal\n")
 
     def test_a_deadline_far_away_changes_nothing(self):

@@ -21,6 +21,7 @@
 #include <tarnutil/ProcessExecutor.h>
 
 #include "commands.h"
+#include "passage.h"
 #include "standard_streams.h"
 
 namespace tarnutil_command {
@@ -36,11 +37,8 @@ constexpr const char* kExample = R"(Example:
 )";
 constexpr std::chrono::seconds kGrace(2);  // from SIGTERM to SIGKILL
 
-void setFlag(int fd, int get, int set, int flag) {
-    const int flags = fcntl(fd, get);
-    if (flags == -1 || fcntl(fd, set, flags | flag) == -1) {
-        throw ErrnoException("Could not set up a pipe");
-    }
+void setCloseOnExec(int fd) {
+    if (fcntl(fd, F_SETFD, FD_CLOEXEC) == -1) throw ErrnoException("Could not set up a pipe");
 }
 
 // Something that happens once, as a byte in a pipe: poll can wait for it, a signal handler and
@@ -50,7 +48,7 @@ public:
     Event() {
         pipe.open();
         for (const Pipe::Type end : {Pipe::READ, Pipe::WRITE}) {
-            setFlag(pipe.getDescriptor(end), F_GETFD, F_SETFD, FD_CLOEXEC);
+            setCloseOnExec(pipe.getDescriptor(end));
         }
     }
 
@@ -98,22 +96,6 @@ void unblock(int signal) {
     (void)sigprocmask(SIG_UNBLOCK, &set, nullptr);
 }
 
-bool writeAll(int fd, const char* text, std::size_t size) {
-    while (size > 0) {
-        const ssize_t done = write(fd, text, size);
-        if (done >= 0) {
-            text += done;
-            size -= static_cast<std::size_t>(done);
-        } else if (errno == EAGAIN) {
-            pollfd writable{fd, POLLOUT, 0};
-            (void)poll(&writable, 1, /*timeout=*/-1);
-        } else if (errno != EINTR) {
-            return false;
-        }
-    }
-    return true;
-}
-
 // One run of a program, from its start to its end.
 class Run {
 public:
@@ -138,13 +120,14 @@ public:
         handle(SIGPIPE, [](int) {});
         start();
         unblock(SIGCHLD);  // not before: the program inherits the mask that the command was given
-        setFlag(child.stdinPipe.getDescriptor(Pipe::WRITE), F_GETFL, F_SETFL, O_NONBLOCK);
         while (step()) {
         }
         return child.wait();
     }
 
     bool hasFailedToStart() const { return failed.hasHappened(); }
+    bool hasLostInput() const { return input.hasFailed(); }
+    bool hasLostOutput() const { return output.hasFailed() || errors.hasFailed(); }
     bool hasMissedItsDeadline() const { return signals > 0; }
 
 private:
@@ -162,28 +145,25 @@ private:
     // Waits for what comes next and passes it on. False once the child has ended and all that it
     // wrote has been passed on.
     bool step() {
-        enum { kEnd, kSource, kSink, kOutput, kErrors, kCount };
+        enum { kEnd, kInput, kOutput, kErrors, kCount };
         const bool hasEnded = ended.hasHappened();
-        const int sink = child.stdinPipe.getDescriptor(Pipe::WRITE);
-        const bool fed = hasEnded || sink == -1;
-        std::array<pollfd, kCount> all{{
-            {hasEnded ? -1 : ended.descriptor(), POLLIN, 0},
-            {fed || !pending.empty() ? -1 : STDIN_FILENO, POLLIN, 0},
-            {fed || pending.empty() ? -1 : sink, POLLOUT, 0},
-            {child.stdoutPipe.getDescriptor(Pipe::READ), POLLIN, 0},
-            {child.stderrPipe.getDescriptor(Pipe::READ), POLLIN, 0},
-        }};
-        const int ready = poll(all.data(), all.size(), hasEnded ? 0 : millisecondsLeft());
+        std::array<pollfd, kCount> all{
+            {{ended.descriptor(), POLLIN, 0}, input.awaited(), output.awaited(), errors.awaited()}};
+        if (hasEnded) all[kEnd].fd = all[kInput].fd = -1;
+        const int ready =
+            poll(all.data(), all.size(), hasEnded ? timeToPassOn() : millisecondsLeft());
         if (ready == -1 && errno != EINTR) throw ErrnoException("Could not wait for the program");
-        if (ready == -1) return true;
         if (ready == 0 && hasEnded) return false;
-        if (ready == 0) insist();
-        if (all[kSource].revents != 0) fetchInput();
-        if (all[kSink].revents != 0) feed(sink);
-        if (all[kOutput].revents != 0) passOn(child.stdoutPipe, STDOUT_FILENO);
-        if (all[kErrors].revents != 0) passOn(child.stderrPipe, STDERR_FILENO);
+        if (!hasEnded) insist();
+        if (ready == -1) return true;
+        if (all[kInput].revents != 0) input.advance();
+        if (all[kOutput].revents != 0) output.advance();
+        if (all[kErrors].revents != 0) errors.advance();
         return true;
     }
+
+    // For poll: without an end while something was read and not written, else none.
+    int timeToPassOn() const { return output.isLaden() || errors.isLaden() ? -1 : 0; }
 
     // Until the next deadline; -1 if there is none.
     int millisecondsLeft() const {
@@ -202,39 +182,15 @@ private:
         if (signals == 1) deadline = steady_clock::now() + kGrace;
     }
 
-    void fetchInput() {
-        const ssize_t size = read(STDIN_FILENO, buffer.data(), buffer.size());
-        if (size > 0) {
-            pending.assign(buffer.data(), static_cast<std::size_t>(size));
-        } else {
-            child.stdinPipe.close(Pipe::WRITE);
-        }
-    }
-
-    void feed(int sink) {
-        const ssize_t size = write(sink, pending.data(), pending.size());
-        if (size >= 0) {
-            pending.erase(0, static_cast<std::size_t>(size));
-        } else if (errno != EAGAIN) {
-            child.stdinPipe.close(Pipe::WRITE);  // nobody reads it
-        }
-    }
-
-    void passOn(Pipe& from, int to) {
-        const ssize_t size = read(from.getDescriptor(Pipe::READ), buffer.data(), buffer.size());
-        if (size <= 0 || !writeAll(to, buffer.data(), static_cast<std::size_t>(size))) {
-            from.close(Pipe::READ);
-        }
-    }
-
     const std::vector<std::string> command;
     const Event ended;
     const Event failed;
     ProcessExecutor child;
     std::optional<steady_clock::time_point> deadline;
     int signals = 0;
-    std::string pending;  // input that the child has not taken yet
-    std::array<char, 65536> buffer;
+    Passage input{child.stdinPipe, Pipe::WRITE, STDIN_FILENO};
+    Passage output{child.stdoutPipe, Pipe::READ, STDOUT_FILENO};
+    Passage errors{child.stderrPipe, Pipe::READ, STDERR_FILENO};
 };
 
 std::string ending(int status) {
@@ -249,6 +205,8 @@ void run(const std::vector<std::string>& command, std::optional<double> seconds)
         throw Unusable(command.front() + ": " + tarnutil::Exception::getStrerror(256 - status) +
                        " (" + ending(status) + ")");
     }
+    if (process->hasLostInput()) throw Unusable("cannot read standard input");
+    if (process->hasLostOutput()) throw Unusable("cannot write the output");
     if (process->hasMissedItsDeadline()) throw Refused("deadline passed, " + ending(status));
     if (status != 0) throw Refused(ending(status));
     std::cerr << "tarnutil: " << ending(status) << '\n';
