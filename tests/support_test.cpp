@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <string>
@@ -85,6 +86,14 @@ TEST(LeaksTest, SeesAnOpenDescriptor) {
 }
 
 #if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+TEST(LeaksTest, TellsALeakFromWhatIsKeptOnce) {
+    std::vector<std::unique_ptr<char[]>> kept;
+    EXPECT_TRUE(growsEachTime([&] { kept.emplace_back(new char[1]); }));
+    EXPECT_FALSE(growsEachTime([&] {
+        if (kept.size() < 45) kept.emplace_back(new char[1000]);
+    }));
+}
+
 TEST(LeaksTest, SeesLiveBytes) {
     const std::size_t before = liveBytes();
     void* volatile const block = std::malloc(1000);

@@ -51,9 +51,7 @@ void runApart(const std::function<void()>& run) { std::thread(run).join(); }
 void expectNothingHeld(const std::function<void()>& run) {
     runApart(run);
     const std::set<int> descriptors = openDescriptors();
-    const std::size_t bytes = liveBytes();
-    runApart(run);
-    EXPECT_EQ(liveBytes(), bytes);
+    EXPECT_FALSE(growsEachTime([&] { runApart(run); }));
     EXPECT_EQ(openDescriptors(), descriptors);
 }
 

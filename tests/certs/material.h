@@ -38,7 +38,8 @@ BioPtr reading(const std::string& bytes);
 // library itself queued; empties it.
 std::vector<std::string> drainErrors();
 
-// Runs `run` twice: the second time, when OpenSSL's caches are filled, it may hold nothing more.
+// Runs `run` until, with OpenSSL's caches filled, it holds nothing more; fails the test if it
+// always does.
 void expectNothingHeld(const std::function<void()>& run);
 
 // The library keeps what TARNSSL_X509_get_first_crl_dp decoded: not a leak to look for.

@@ -35,4 +35,14 @@ std::size_t liveBytes() {
 #endif
 }
 
+bool growsEachTime(const std::function<void()>& run) {
+    constexpr int kRuns = 40;
+    for (int i = 0; i < kRuns; ++i) {
+        const std::size_t before = liveBytes();
+        run();
+        if (liveBytes() <= before) return false;
+    }
+    return true;
+}
+
 }  // namespace tarnutil_test
