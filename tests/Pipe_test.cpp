@@ -19,6 +19,7 @@
 #include "cancelled.h"
 #include "fault.h"
 #include "leaks.h"
+#include "stdin_closed.h"
 #include "thrown.h"
 #include "trail.h"
 
@@ -57,21 +58,6 @@ std::string readText(int fd) {
 }
 
 bool isOpen(int fd) { return fcntl(fd, F_GETFD) != -1; }
-
-// While one lives, descriptor 0 is free: the next to be opened.
-class StdinClosed {
-public:
-    StdinClosed() { close(STDIN_FILENO); }
-    ~StdinClosed() {
-        dup2(kept, STDIN_FILENO);
-        close(kept);
-    }
-    StdinClosed(const StdinClosed&) = delete;
-    StdinClosed& operator=(const StdinClosed&) = delete;
-
-private:
-    const int kept = dup(STDIN_FILENO);
-};
 
 // Every test leaves the descriptors of the process as it found them, and none may change the
 // standard streams for good.

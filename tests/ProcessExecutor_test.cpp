@@ -109,6 +109,24 @@ std::map<int, std::string> inheritedBy(ProcessExecutor& lister) {
     return found;
 }
 
+// A stream of stdio that stands for another file, for as long as it lives.
+class Redirected {
+public:
+    explicit Redirected(FILE*& which) : stream(which), kept(which) {
+        stream = std::fopen("/dev/null", "r+");
+    }
+    ~Redirected() {
+        (void)std::fclose(stream);
+        stream = kept;
+    }
+    Redirected(const Redirected&) = delete;
+    Redirected& operator=(const Redirected&) = delete;
+
+private:
+    FILE*& stream;
+    FILE* const kept;
+};
+
 // Every test leaves no descriptor and no child behind.
 class ProcessExecutorTest : public testing::Test {
 protected:
@@ -453,6 +471,35 @@ TEST_F(ProcessExecutorTest, CallsComeInTheirOrder) {
                     call("close", in[5]), call("close", in[4]), "execv()"));
 }
 
+TEST_F(ProcessExecutorTest, ChildTakesOverWhatTheStreamsOfStdioStandFor) {
+    const std::vector<int> next = nextFree(9);  // three streams, then read and write ends in turn
+    std::vector<std::string> steps;
+    {
+        const Redirected in(stdin);
+        const Redirected out(stdout);
+        const Redirected err(stderr);
+        ProcessExecutor child(kTrue);
+        const Trail trail({Call::dup, Call::dup2});
+        child.exec({"true"});
+        (void)child.wait();
+        steps = trail.ofChildren();
+    }
+    EXPECT_THAT(steps, ElementsAre(call("dup", next[0]), call("dup2", next[3], next[0]),
+                                   call("dup", next[1]), call("dup2", next[6], next[1]),
+                                   call("dup", next[2]), call("dup2", next[8], next[2])));
+}
+
+TEST_F(ProcessExecutorTest, WaitClosesBothEndsOfEachPipe) {
+    ProcessExecutor child(kCat);
+    child.exec({"cat"});
+    for (Pipe* const pipe : {&child.stdinPipe, &child.stdoutPipe, &child.stderrPipe}) {
+        pipe->close(Pipe::READ | Pipe::WRITE);
+        pipe->open();
+    }
+    EXPECT_EQ(child.wait(), 0);
+    EXPECT_THAT(added(), IsEmpty());
+}
+
 TEST_F(ProcessExecutorTest, WaitReapsBeforeItClosesThePipes) {
     ProcessExecutor child(kCat);
     child.exec({"cat"});
@@ -686,6 +733,21 @@ TEST_F(ProcessExecutorTest, DestructionDropsFailures) {
     }
     EXPECT_THAT(added(), IsEmpty()) << "the pipes are closed all the same";
     EXPECT_EQ(waitpid(left, nullptr, 0), left) << "cat found the end of its input";
+}
+
+// The child is a copy of the cancelled thread, so its own closes have to hold the cancellation
+// back.
+TEST_F(ProcessExecutorTest, ExecOutlastsACancellation) {
+    ProcessExecutor child(kShell);
+    bool returned = false;
+    EXPECT_TRUE(endsCancelled([&] {
+        pthread_cancel(pthread_self());
+        child.exec(shell("exit 3"));
+        returned = true;
+        pthread_testcancel();
+    })) << "the cancellation comes once the child runs";
+    EXPECT_TRUE(returned);
+    EXPECT_EQ(child.wait(), 3) << "the child was not cancelled either";
 }
 
 // AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that

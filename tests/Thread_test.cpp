@@ -14,6 +14,7 @@
 #include <cstring>
 #include <future>
 #include <iostream>
+#include <list>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -23,6 +24,7 @@
 #include <utility>
 #include <vector>
 
+#include "cancelled.h"
 #include "fault.h"
 #include "runnables.h"
 #include "thrown.h"
@@ -145,6 +147,13 @@ std::string detach(Subject& subject) {
     return "detached";
 }
 
+// What an operation comes to, as text: that, or what it throws.
+std::string outcomeOf(std::string (*operation)(Subject&), Subject& subject) {
+    std::string outcome;
+    const std::string text = thrown([&] { outcome = operation(subject); });
+    return outcome.empty() ? text : outcome;
+}
+
 // The ways into the states.
 void created(Subject&) {}
 void running(Subject& subject) { (void)start(subject); }
@@ -228,9 +237,7 @@ TEST_P(ThreadStateTest, OperationComesToWhatItPromises) {
     const StateCase& row = GetParam();
     Subject subject(row.createdDetached);
     row.enter(subject);
-    std::string outcome = "(nothing was thrown)";
-    const std::string text = thrown([&] { outcome = row.operation(subject); });
-    EXPECT_EQ(text == "(nothing was thrown)" ? outcome : text, row.outcome);
+    EXPECT_EQ(outcomeOf(row.operation, subject), row.outcome);
     EXPECT_EQ(subject.census.constructed(), 1);
 }
 
@@ -265,6 +272,44 @@ TEST(ThreadTest, FailedStartCanBeTriedAgain) {
         EXPECT_EQ(thrown([&] { (void)subject.thread->join(); }), kJoinNotStarted);
         subject.thread->start();
         EXPECT_EQ(attributesAlive(), attributes + (neverBuilt ? 1 : 0));
+    }
+}
+
+struct StartOrderCase {
+    const char* says;
+    std::vector<Call> failing;
+    std::string outcome;
+    std::vector<std::string> steps;
+};
+
+// None starts a thread: with a sanitizer, that would add steps of its own.
+const StartOrderCase kStartOrderCases[] = {
+    {"no thread",
+     {Call::pthread_create},
+     refused("Could not create pthread: ", EAGAIN),
+     {"pthread_attr_init()", "pthread_attr_setdetachstate(1)", "pthread_mutex_init()",
+      "pthread_create()", "pthread_attr_destroy()", "pthread_mutex_destroy()"}},
+    {"no detached state, before there is a record",
+     {Call::pthread_attr_setdetachstate, Call::pthread_mutex_init},
+     refused("Could not set detached stated for thread: ", EAGAIN),
+     {"pthread_attr_init()", "pthread_attr_setdetachstate(1)", "pthread_attr_destroy()"}},
+    {"no attributes, before there is anything",
+     {Call::pthread_attr_init, Call::pthread_mutex_init},
+     refused("Could not create pthread init attribute: ", EAGAIN),
+     {"pthread_attr_init()"}},
+};
+
+TEST(ThreadTest, StartTakesItsStepsInOrder) {
+    for (const StartOrderCase& row : kStartOrderCases) {
+        SCOPED_TRACE(row.says);
+        Subject subject(/*startDetached=*/true);
+        std::list<Fault> faults;
+        for (const Call call : row.failing) faults.emplace_back(call, EAGAIN);
+        const Trail trail({Call::pthread_attr_init, Call::pthread_attr_setdetachstate,
+                           Call::pthread_mutex_init, Call::pthread_create,
+                           Call::pthread_attr_destroy, Call::pthread_mutex_destroy});
+        EXPECT_EQ(outcomeOf(start, subject), row.outcome);
+        EXPECT_EQ(trail.ofParent(), row.steps);
     }
 }
 
@@ -576,20 +621,41 @@ TEST(ThreadTest, ThreadThatEndedItselfHasNoRunnableToReturn) {
     EXPECT_EXIT(joinThreadThatLeft(), ExitedWithCode(0), "");
 }
 
-TEST(ThreadTest, CancelledThreadReturnsItsRunnable) {
-    Census census;
-    std::promise<pthread_t> self;
-    auto work = census.runnable([&] {
-        self.set_value(pthread_self());
-        for (;;) pause();
-    });
-    const Runnable* const original = work.get();
-    Thread thread(std::move(work), /*detached=*/false);
-    thread.start();
-    EXPECT_EQ(pthread_cancel(self.get_future().get()), 0);
-    const std::unique_ptr<Runnable> back(thread.join());
-    EXPECT_EQ(back.get(), original);
+void cancelThisThread() {
+    pthread_cancel(pthread_self());
+    pthread_testcancel();
 }
+void leaveWithAValue() {
+    static int value = 0;
+    pthread_exit(&value);
+}
+
+TEST(ThreadTest, ThreadThatEndedOtherwiseReturnsItsRunnable) {
+    for (void (*const end)() : {cancelThisThread, leaveWithAValue}) {
+        Census census;
+        auto work = census.runnable(end);
+        const Runnable* const original = work.get();
+        Thread thread(std::move(work), /*detached=*/false);
+        thread.start();
+        const std::unique_ptr<Runnable> back(thread.join());
+        EXPECT_EQ(back.get(), original);
+    }
+}
+
+// AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that
+// are gone, and reports the next thread that uses the memory.
+#ifndef __SANITIZE_ADDRESS__
+TEST(ThreadTest, CancelledJoinCanBeTriedAgain) {
+    Subject subject(/*startDetached=*/false);
+    running(subject);
+    EXPECT_TRUE(endsCancelled([&] {
+        pthread_cancel(pthread_self());
+        (void)subject.thread->join();
+    }));
+    EXPECT_EQ(hasExited(subject), "not exited");
+    EXPECT_EQ(join(subject), "the runnable");
+}
+#endif
 
 // --- Who destroys what
 // -----------------------------------------------------------------------------
@@ -699,6 +765,25 @@ TEST(ThreadTest, DestroyedThreadNeitherStopsNorJoins) {
         pause();
     };
     EXPECT_EXIT(destroyWhileRunning(), ExitedWithCode(0), "");
+}
+
+// The thread asks about itself at the very end of passing the mutex: in a lock that fails, and so
+// calls abort(). The question's own lock does not fail.
+TEST(ThreadTest, EndOfTheWorkPassesTheMutexBeforeItLeavesItsMark) {
+    static Thread* asked = nullptr;
+    const auto endFails = [] {
+        Gate gate;
+        Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+        thread.setStartupHandler(passGate, &gate);
+        thread.start();
+        asked = &thread;
+        std::signal(SIGABRT, [](int) { _exit(asked->getHasExited() ? 1 : 0); });
+        const Fault fault(Call::pthread_mutex_lock, EINVAL);
+        gate.open();
+        alarm(30);  // its signal is not the exit expected
+        for (;;) pause();
+    };
+    EXPECT_EXIT(endFails(), ExitedWithCode(0), testing::Eq(""));
 }
 
 // --- The end of the work crosses detach()

@@ -25,6 +25,7 @@
 #include "fault.h"
 #include "leaks.h"
 #include "scratch_dir.h"
+#include "stdin_closed.h"
 #include "thrown.h"
 #include "trail.h"
 
@@ -345,6 +346,16 @@ TEST_F(TmpFileTest, FailedRemovalIsDroppedAndTheEntryForgotten) {
         EXPECT_EQ(tmp.getFd(), -1);
     }
     EXPECT_TRUE(isThere(path));
+}
+
+TEST_F(TmpFileTest, DescriptorMayBeZero) {
+    const StdinClosed stdinClosed;
+    TmpFile tmp;
+    tmp.create(/*directory=*/false);
+    ASSERT_EQ(tmp.getFd(), 0);
+    EXPECT_TRUE(isThere(tmp.getPath()));
+    tmp.clear();
+    EXPECT_EQ(fcntl(0, F_GETFD), -1) << "it is closed like any other";
 }
 
 TEST_F(TmpFileTest, FailedCloseIsDropped) {

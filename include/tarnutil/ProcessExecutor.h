@@ -45,8 +45,10 @@ public:
     // next exec. A program that cannot be executed is no error here: see wait.
     //
     // If the child cannot take over its standard streams, the exception of Pipe::substitute leaves
-    // exec in the child process, which then is a copy of the caller with an idle object: a caller
-    // that is to go on only in the parent compares getpid() in its handler.
+    // exec in the child process, which then is a copy of the caller. The object has no child there;
+    // its pipes stay open until it is destroyed. A caller that is to go on only in the parent
+    // catches directly around exec, before any other object is unwound, and compares getpid():
+    // another executor would end its child, and a TmpFile remove its file, from there too.
     void exec(const char** argv);
     void exec(const std::vector<std::string>& args);
 

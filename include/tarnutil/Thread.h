@@ -50,7 +50,7 @@ public:
     void start();
 
     // Whether the work is done, the cleanup handler included, without waiting for it; true after
-    // join().
+    // join(). The work of a thread that was cancelled or left by pthread_exit is never done.
     // "Can not determine if thread has exited: thread is detached." or "Thread not started yet".
     bool getHasExited();
 
@@ -65,7 +65,8 @@ public:
     Runnable* join();
 
     // Leaves the thread and its runnable to themselves: the runnable is destroyed at the end of the
-    // work, by the thread, or at once, by this call, if the work is done.
+    // work, by the thread, or at once, by this call, if the work is done; never if the thread was
+    // cancelled or left by pthread_exit.
     // "Can not detach thread: already detached.", "Can not detach thread: thread not started.",
     // "Can not detach thread: thread already joined." or "Could not detach thread: ".
     void detach();

@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // A temporary file or directory that removes itself.
 //
+// Keep none as a static object where ProcessExecutor runs: a child that cannot be executed leaves
+// through exit, which would destroy its copy, and with it the caller's entry.
+//
 // Errors:  create throws ErrnoException with the errno of the failed call. clear and the destructor
 //          drop what fails: an entry that cannot be removed stays behind. Want of memory in create
 //          ends the process.
