@@ -621,6 +621,13 @@ TEST(ThreadTest, ThreadThatEndedItselfHasNoRunnableToReturn) {
     EXPECT_EXIT(joinThreadThatLeft(), ExitedWithCode(0), "");
 }
 
+// Set when a thread that named `farewell` has left all of its frames.
+std::atomic<bool> gone{false};
+struct Farewell {
+    ~Farewell() { gone = true; }
+};
+thread_local Farewell farewell;
+
 void cancelThisThread() {
     pthread_cancel(pthread_self());
     pthread_testcancel();
@@ -630,15 +637,22 @@ void leaveWithAValue() {
     pthread_exit(&value);
 }
 
-TEST(ThreadTest, ThreadThatEndedOtherwiseReturnsItsRunnable) {
+TEST(ThreadTest, ThreadThatEndedOtherwiseHasNotExitedAndReturnsItsRunnable) {
     for (void (*const end)() : {cancelThisThread, leaveWithAValue}) {
+        gone = false;
         Census census;
-        auto work = census.runnable(end);
+        auto work = census.runnable([end] {
+            (void)&farewell;
+            end();
+        });
         const Runnable* const original = work.get();
         Thread thread(std::move(work), /*detached=*/false);
         thread.start();
+        EXPECT_TRUE(comesTrue([] { return gone.load(); }));
+        EXPECT_FALSE(thread.getHasExited());
         const std::unique_ptr<Runnable> back(thread.join());
         EXPECT_EQ(back.get(), original);
+        EXPECT_TRUE(thread.getHasExited());
     }
 }
 
