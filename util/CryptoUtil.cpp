@@ -100,18 +100,32 @@ void drain(BIO* source, BIO* sink) {
     if (count == -1) throw Exception("Could not read from BIO.");
 }
 
-Bytes decoded(const std::string& text) {
-    const BioPtr filter = base64Filter();
-    const BioPtr source = allocated(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())),
-                                    "Could not allocate input memory buffer BIO.");
-    BIO* const chain = BIO_push(filter.get(), source.get());
-    const BioPtr sink = memorySink();
-    reserve(sink.get(), text.size() / 4 * 3);
-    drain(chain, sink.get());
-    const BUF_MEM* const content = finalContentOf(sink.get());
-    const auto* const data = reinterpret_cast<const unsigned char*>(content->data);
-    return {data, data + content->length};
-}
+// The bytes that base64 text stands for. They stay in the sink, since copying them out shows beside
+// the decryption of a token.
+class Decoded {
+public:
+    explicit Decoded(const std::string& text)
+        : filter(base64Filter()),
+          source(allocated(BIO_new_mem_buf(text.data(), static_cast<int>(text.size())),
+                           "Could not allocate input memory buffer BIO.")) {
+        BIO* const chain = BIO_push(filter.get(), source.get());
+        sink = memorySink();
+        reserve(sink.get(), text.size() / 4 * 3);
+        drain(chain, sink.get());
+        content = finalContentOf(sink.get());
+    }
+
+    std::size_t size() const { return content->length; }
+    const unsigned char* data() const {
+        return reinterpret_cast<const unsigned char*>(content->data);
+    }
+
+private:
+    const BioPtr filter;
+    const BioPtr source;
+    BioPtr sink;
+    const BUF_MEM* content;
+};
 
 // ---- digests ----
 
@@ -216,9 +230,9 @@ Bytes encrypt(const Bytes& plaintext, RSA* key) {
 }
 
 // Decrypts block by block. A rest that is no whole block is refused, not read beyond its end.
-Bytes decrypt(const Bytes& ciphertext, RSA* key) {
+Bytes decrypt(const Decoded& ciphertext, RSA* key) {
     constexpr char kFailed[] = "Could not RSA decrypt authentication token.";
-    if (ciphertext.empty()) throw Exception(kTooShort);
+    if (ciphertext.size() == 0) throw Exception(kTooShort);
     const std::size_t piece = pieceSize(key, kFailed);
     const std::size_t block = piece + kPaddingSize;
     if (ciphertext.size() % block != 0) throw Exception(kFailed);
@@ -287,7 +301,10 @@ std::string CryptoUtil::base64Encode(const std::vector<unsigned char>& data) {
 // The text comes by value because callers link against that signature.
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::vector<unsigned char> CryptoUtil::base64Decode(std::string text) {
-    return admitOnly<Exception>([&] { return decoded(text); });
+    return admitOnly<Exception>([&] {
+        const Decoded decoded(text);
+        return Bytes(decoded.data(), decoded.data() + decoded.size());
+    });
 }
 
 std::vector<unsigned char> CryptoUtil::computeSha1Digest(std::vector<unsigned char>& data) {
@@ -364,7 +381,7 @@ void CryptoUtil::decryptAuthToken(const std::string& token, std::string& user,
                                   std::map<std::string, std::string>& attributes, long& timestamp,
                                   rsa_st* key) {
     admitOnly<Exception>([&] {
-        Bytes plaintext = decrypt(decoded(token), key);
+        Bytes plaintext = decrypt(Decoded(token), key);
         if (plaintext.size() < kShortestPlaintext) throw Exception(kTooShort);
         checkFinalDigest(plaintext);
         unsigned char* cursor = plaintext.data();
