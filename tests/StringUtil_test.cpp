@@ -688,6 +688,15 @@ TEST(MapTextRandomTest, ExactlyTheMapsWithoutSeparatorsComeBack) {
     EXPECT_LT(kept, kRandomRounds * 9 / 10);
 }
 
+TEST(MapTextRandomTest, MapsOfAnySizeAreWritten) {
+    Random random;
+    for (std::size_t entries = 0; entries < 100; ++entries) {
+        Map map;
+        while (map.size() < entries) map[random.text(9, "abcdef")] = random.text(9, "xyz");
+        ASSERT_EQ(StringUtil::toString(map), modelText(map));
+    }
+}
+
 TEST(MapTextRandomTest, LongKeysAndValuesAreWritten) {
     Random random;
     for (int i = 0; i < 300; ++i) {
@@ -717,12 +726,15 @@ TEST(MapTextRandomTest, LongTextsInAnyOrderAreReadToo) {
 TEST(MemoryTest, HelpersLetTheStandardAllocationExceptionPass) {
     const std::string text = std::string(40, 'a') + "," + std::string(40, ' ') + "=" + "b";
     const Map map = {{std::string(40, 'k'), std::string(40, 'v')}, {"b", "2"}};
+    Map manyEntries;
+    for (int i = 0; i < 100; ++i) manyEntries[std::to_string(i)] = "v";
     const std::function<void()> helpers[] = {
         [&] { (void)StringUtil::toHexString(bytesOf(text)); },
         [&] { (void)StringUtil::normalize(text); },
         [&] { (void)StringUtil::toString(text); },
         [&] { (void)StringUtil::fromString<std::string>(text); },
         [&] { (void)StringUtil::toString(map); },
+        [&] { (void)StringUtil::toString(manyEntries); },
         [&] { (void)StringUtil::fromString<Map>(text); },
         [&] {
             Strings out;
