@@ -322,6 +322,16 @@ TEST(LockHolderTest, FailedReleaseAtItsEndIsDropped) {
     mutex.unlock();
 }
 
+TEST(LockHolderTest, FailedReleaseAtItsEndWithoutMemoryForItsMessageEndsTheProcess) {
+    const auto release = [] {
+        Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+        const Fault fault(Call::pthread_mutex_unlock, EPERM);
+        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
+        const Mutex::LockHolder holder(mutex);
+    };
+    EXPECT_EXIT(release(), KilledBySignal(SIGABRT), HasSubstr("std::bad_alloc"));
+}
+
 TEST(LockHolderTest, FailedReleaseAtItsEndAbortsAMutexThatWasToldTo) {
     const auto release = [] {
         Mutex mutex(/*abort=*/true, Mutex::NORMAL);

@@ -5,8 +5,9 @@
 //          "Could not execute runnables: Out of memory",
 //          "Could not execute runnables: Could not create thread." and
 //          "Could not execute runnables: Could not join with thread."; of several errors the first
-//          is reported. "Out of memory" stands for an item's own record; any other want of memory
-//          ends the process.
+//          is reported. A thread that leaves by pthread_exit or is cancelled counts as having run.
+//          A failed allocation ends the process (std::terminate). Only that of the record of one
+//          item is reported, as "Out of memory".
 // Threads: re-entrant.
 #ifndef TARNUTIL_EXECUTOR_H
 #define TARNUTIL_EXECUTOR_H

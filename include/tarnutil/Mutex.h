@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 // A mutex of the platform, and the scoped lock over it.
 //
-// Errors:  every failure throws tarnutil::Exception, or, if the mutex was built with `abort` true,
-//          calls abort() and writes nothing anywhere. The message is the text named below and the
-//          system's text; want of memory for it ends the process.
+// Errors:  every failure throws tarnutil::Exception with the text that stands with the member and
+//          the system's text behind it, or, if the mutex was built with `abort` true, calls abort()
+//          and writes nothing anywhere. A failed allocation ends the process (std::terminate).
 // Threads: any thread may call any member. Nobody may hold a mutex that is destroyed, and only its
 //          holder may unlock it; ERRORCHECK reports the latter.
 //
@@ -41,25 +41,29 @@ public:
         ERRORCHECK = PTHREAD_MUTEX_ERRORCHECK  // fails, as does unlock() by anyone else
     };
 
-    // "Could not initialize mutex attributes: ", "Could not set mutex type: " or
+    // Builds a mutex that nobody holds. With `abort`, every failure calls abort(), in all members.
+    // Throws "Could not initialize mutex attributes: ", "Could not set mutex type: " or
     // "Could not initialize mutex: ".
     Mutex(bool abort, Kind kind);
 
-    // Never throws: "Could not destroy mutex: " is dropped unless failures abort.
+    // Destroys the mutex, which nobody may hold. Never throws: unless failures abort, "Could not
+    // destroy mutex: " is dropped, and so is a failed allocation for it.
     ~Mutex();
 
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
 
-    // Waits until the mutex is held. "Could not lock mutex: ".
+    // Waits until the mutex is held.
+    // Throws "Could not lock mutex: ".
     void lock() TARNUTIL_THREAD_SAFETY(acquire_capability());
 
     // Takes the mutex if that needs no waiting: false if it is held already, unless by the caller
     // and RECURSIVE.
-    // "Could not perform mutex trylock operation: ".
+    // Throws "Could not perform mutex trylock operation: ".
     bool tryLock() TARNUTIL_THREAD_SAFETY(try_acquire_capability(true));
 
-    // "Could not unlock mutex: ".
+    // Releases the mutex, which the caller holds.
+    // Throws "Could not unlock mutex: ".
     void unlock() TARNUTIL_THREAD_SAFETY(release_capability());
 
 private:
@@ -77,8 +81,9 @@ public:
     // Waits until `m` is held. Throws as Mutex::lock does; then there is no holder.
     explicit LockHolder(Mutex& m) TARNUTIL_THREAD_SAFETY(acquire_capability(m));
 
-    // Releases the mutex, unless that was done before. Never throws: a failure is dropped, unless
-    // the mutex aborts on it.
+    // Releases the mutex, unless that was done before. Never throws: unless failures of the mutex
+    // abort, "Could not unlock mutex: " is dropped. But a failed allocation for that message ends
+    // the process, as in Mutex::unlock.
     ~LockHolder() TARNUTIL_THREAD_SAFETY(release_capability());
 
     LockHolder(const LockHolder&) = delete;

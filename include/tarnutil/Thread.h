@@ -2,8 +2,9 @@
 // One piece of work, and a thread to run it.
 //
 // Errors:  every failure throws tarnutil::Exception with the message that stands with the member;
-//          those that end in ": " are followed by the system's text. Want of memory ends the
-//          process, and so does a mutex that fails between a Thread and its thread, by abort().
+//          those that end in ": " are followed by the system's text. A failed allocation ends the
+//          process (std::terminate). So does, by abort(), a failure of the mutex that a Thread
+//          shares with the thread that it started.
 // Threads: a Thread belongs to the one thread that controls it.
 #ifndef TARNUTIL_THREAD_H
 #define TARNUTIL_THREAD_H
@@ -31,43 +32,51 @@ public:
 // runs goes on, and if it was neither joined nor detached, what it holds is never released.
 class TARNUTIL_API Thread {
 public:
-    // Takes `work` over. With `startDetached`, the thread counts as detached from the beginning,
-    // before start() too; only join() then still says that it was not started.
-    // "runnable is null".
+    // Takes `work` over. With `startDetached`, the thread counts as detached from the beginning:
+    // getHasExited() and detach() refuse even before start(), while join() still says that it was
+    // not started.
+    // Throws "runnable is null".
     Thread(std::unique_ptr<Runnable> work, bool startDetached);
 
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
-    // A function that the new thread calls before run(), or after it; null for none. It counts from
-    // the next start() on. What it throws is dropped.
+    // Sets the function that the new thread calls with `arg` before run(), or after it; null for
+    // none. Takes effect with the next start(). `arg` stays the caller's and must live until the
+    // call. What the function throws is dropped.
     void setStartupHandler(void (*handler)(void*), void* arg);
     void setCleanupHandler(void (*handler)(void*), void* arg);
 
     // Starts the thread and hands the runnable to it. May be called again if it failed.
-    // "Can not start thread: thread already started.", "Could not create pthread init attribute: ",
+    // Throws "Can not start thread: thread already started.",
+    // "Could not create pthread init attribute: ",
     // "Could not set detached stated for thread: " or "Could not create pthread: ".
     void start();
 
     // Whether the work is done, the cleanup handler included, without waiting for it; true after
     // join(). The work of a thread that was cancelled or left by pthread_exit is never done.
-    // "Can not determine if thread has exited: thread is detached." or "Thread not started yet".
+    // Throws "Can not determine if thread has exited: thread is detached." or
+    // "Thread not started yet".
     bool getHasExited();
 
-    // Waits for the end of the thread and returns its runnable, which the caller owns from then on:
-    // the runnable also if the thread was cancelled or left by pthread_exit with any other value
-    // than null.
-    // "Can not join with thread: thread not started.",
-    // "Can not join with thread: thread already joined." or "Could not join with thread: ", the
-    // last with "no runnable object returned" for the system's text if the thread left by
-    // pthread_exit(NULL): it then counts as not joined, and what it holds is kept.
-    // A detached thread is refused by the system, and only while it still runs: do not ask later.
+    // Waits for the end of the thread and returns its runnable, which the caller then owns. A
+    // thread that was cancelled, or left by pthread_exit with a value other than null, returns it
+    // too.
+    // Throws "Can not join with thread: thread not started.",
+    // "Can not join with thread: thread already joined." or "Could not join with thread: ".
+    //
+    // After pthread_exit(NULL) throws "Could not join with thread: no runnable object returned":
+    // the runnable is lost. Neither join nor detach again: the system's thread is gone.
+    //
+    // Do not join a detached thread: while it runs the system refuses, afterwards its id is
+    // invalid.
     Runnable* join();
 
     // Leaves the thread and its runnable to themselves: the runnable is destroyed at the end of the
     // work, by the thread, or at once, by this call, if the work is done; never if the thread was
     // cancelled or left by pthread_exit.
-    // "Can not detach thread: already detached.", "Can not detach thread: thread not started.",
+    // Throws "Can not detach thread: already detached.",
+    // "Can not detach thread: thread not started.",
     // "Can not detach thread: thread already joined." or "Could not detach thread: ".
     void detach();
 
