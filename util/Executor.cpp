@@ -43,7 +43,7 @@ void Executor::execute(std::vector<Runnable*> runnables, void (*startup)(void*),
         std::vector<pthread_t> threads(runnables.size());
         std::size_t created = 0;
         const char* error = nullptr;
-        const Uncancelled whole;  // no thread may outlive the call
+        const Uncancelled uncancelled;  // no thread may outlive the call
         for (Runnable* runnable : runnables) {
             error = startThread(threads[created],
                                 {runnable, {startup, startupArg}, {cleanup, cleanupArg}});

@@ -107,7 +107,7 @@ void File::removeFile(const std::string& path) {
     admitOnly<IOException>([&] {
         if (unlink(path.c_str()) != -1) return;
         const int error = errno;
-        throw IOException("Cannot remove file [" + path + "]" + "; error=[" +
+        throw IOException("Cannot remove file [" + path + "]; error=[" +
                           Exception::getStrerror(error) + "]");
     });
 }
@@ -213,7 +213,7 @@ FileCloser::~FileCloser() { close(); }
 
 void FileCloser::close() noexcept {
     if (stream == nullptr) return;
-    const Uncancelled whole;  // what is still to be written may be a cancellation point
+    const Uncancelled uncancelled;  // what is still to be written may be a cancellation point
     (void)std::fclose(stream);
     stream = nullptr;
 }

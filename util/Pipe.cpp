@@ -19,12 +19,12 @@ void release(int& fd) noexcept {
 
 }  // namespace
 
-Pipe::Pipe() noexcept : substituted(-1), saved(-1), readEnd(-1), writeEnd(-1) {}
+Pipe::Pipe() noexcept = default;
 
 // Quirk: a substitution that fails leaves both ends open, for no destructor runs. This constructor
 // must therefore not delegate to the other. Pinned by
 // PipeTest.FailedConstructionLeavesBothEndsOpen.
-Pipe::Pipe(int fd, Type type) : substituted(-1), saved(-1), readEnd(-1), writeEnd(-1) {
+Pipe::Pipe(int fd, Type type) {
     open();
     substitute(fd, type);
 }
@@ -51,7 +51,7 @@ void Pipe::substitute(int fd, Type type) {
         saved = ::dup(fd);
         if (saved == -1) throw ErrnoException("Failed saving stream descriptor");
         if (::dup2(type == READ ? readEnd : writeEnd, fd) == -1) {
-            const Uncancelled whole;
+            const Uncancelled uncancelled;
             release(saved);
             throw ErrnoException("Failed to substitute stream descriptor");
         }
@@ -61,14 +61,14 @@ void Pipe::substitute(int fd, Type type) {
 
 void Pipe::restore() noexcept {
     if (substituted < 0) return;
-    const Uncancelled whole;
+    const Uncancelled uncancelled;
     (void)::dup2(saved, substituted);
     release(saved);
     substituted = -1;
 }
 
 void Pipe::close(int ends) noexcept {
-    const Uncancelled whole;
+    const Uncancelled uncancelled;
     if ((ends & WRITE) != 0) release(writeEnd);
     if ((ends & READ) != 0) release(readEnd);
 }

@@ -33,7 +33,7 @@ std::vector<const char*> argumentVector(const std::vector<std::string>& args) {
 ProcessExecutor::ProcessExecutor(const std::string& program) : path(program) {}
 
 ProcessExecutor::~ProcessExecutor() {
-    const Uncancelled whole;
+    const Uncancelled uncancelled;
     dropExceptions([&] { kill(SIGTERM); });
     dropExceptions([&] { (void)wait(); });
 }

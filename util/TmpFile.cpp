@@ -53,7 +53,7 @@ std::string TmpFile::getPath() const { return path; }
 int TmpFile::getFd() const noexcept { return fd; }
 
 void TmpFile::clear() noexcept {
-    const Uncancelled whole;
+    const Uncancelled uncancelled;
     if (!path.empty()) dropExceptions([&] { (void)File::remove(path, /*recursive=*/true); });
     path.clear();
     if (fd != -1) (void)::close(fd);

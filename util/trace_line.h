@@ -14,7 +14,7 @@ namespace tarnutil {
 // What the platform prints of a frame: module(function+offset) [address].
 struct TraceLine {
     std::string_view module;
-    std::string_view function;  // mangled, or empty
+    std::string_view function;  // mangled, plain, or empty
     std::string_view offset;    // empty where the platform gave none
 };
 

@@ -7,10 +7,9 @@
 
 namespace tarnutil {
 
-// While one lives, a cancellation of the calling thread waits. Operations that never throw need
-// this: close() and waitpid() act on a cancellation by unwinding the stack, and in an operation
-// that nothing may leave that would end the process. So does one that must not be left half done:
-// pthread_join() acts in the same way.
+// While one lives, a cancellation of the calling thread is held back. A cancellation unwinds the
+// stack from calls like close(), waitpid() and pthread_join(). In an operation that never throws
+// this would end the process; in one that must be done whole it would leave half of it undone.
 class Uncancelled {
 public:
     Uncancelled() noexcept { (void)pthread_setcancelstate(PTHREAD_CANCEL_DISABLE, &before); }

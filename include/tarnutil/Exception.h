@@ -2,8 +2,9 @@
 // The exceptions that the class face of the library throws. Each carries a message and the stack
 // trace of the place where it was built.
 //
-// Errors:  building an exception throws the standard allocation exception when memory is short. A
-//          stack that cannot be walked is no error: the trace is then empty.
+// Errors:  a stack that cannot be walked is no error, whatever the reason: the trace is then empty.
+//          In the constructors with a message, in copying, kind, getStrerror and createMsg:
+//          A failed allocation throws std::bad_alloc.
 // Threads: safe on any thread; an object is immutable once built.
 #ifndef TARNUTIL_EXCEPTION_H
 #define TARNUTIL_EXCEPTION_H
@@ -27,10 +28,10 @@ public:
     // cannot be demangled.
     std::string kind() const;
 
-    // One line per frame, at most 64, innermost first; the first are the capture itself and the
-    // constructors. A line is "module(function+offset)" with the function demangled, its "+" always
-    // written, without blanks in front and the address behind, or else the platform's own line
-    // where that has another form.
+    // One line per frame, at most 64, innermost first; the first are the capture itself and those
+    // constructors that are not inline. A line is "module(function+offset)" with the function
+    // demangled, its "+" always written, without blanks in front and the address behind, or else
+    // the platform's own line where that has another form.
     const std::vector<std::string>& getStackTrace() const { return stackTrace; }
 
 private:

@@ -7,9 +7,10 @@
 //
 // Errors:  removeFile, getFileSize, getAllocatedFileSize and copy throw tarnutil::IOException and
 //          nothing else; the other operations report by result and leave errno as the failing call
-//          set it, unless said otherwise below. Want of memory ends the process in the four that
-//          throw and in makeDirectory; the functions on path text, list and remove let a failed
-//          allocation pass.
+//          set it, unless said otherwise below.
+//          In the four that throw IOException, and in makeDirectory: A failed allocation ends the
+//          process (std::terminate). In the functions on path text, list and remove:
+//          A failed allocation throws std::bad_alloc.
 // Threads: any thread may call any function. What other threads and processes do to the same files
 //          at the same time shows.
 #ifndef TARNUTIL_FILE_H
@@ -33,8 +34,8 @@ public:
     // false.
     static bool exists(const std::string& path, bool followLinks) noexcept;
 
-    // As exists, for a directory. With `followLinks` false a link to a directory is none. False
-    // for what is there but no directory says nothing in errno, which keeps an older value.
+    // As exists, for a directory. With `followLinks` false a link to a directory is none. If `path`
+    // is there but is no directory, errno is not set.
     static bool isDirectory(const std::string& path, bool followLinks) noexcept;
 
     // Removes one name that is not a directory; a symbolic link is removed itself.
@@ -59,12 +60,15 @@ public:
     static std::string composeFullPath(const std::string& directory, const std::string& name);
 
     // Makes the directory `path` with mode 0777 less the umask; `recursive` makes its missing
-    // parents too. Returns whether it is a directory now, made or found. False for what is there
-    // but no directory leaves errno at an older value.
+    // parents too. Returns whether it is a directory now, made or found. If `path` is there but is
+    // no directory, errno is not set.
     //
-    // A directory that somebody else makes between the look and the making yields false, and so
-    // does a recursive call for "name/", where the parent is the directory itself: it is made, but
-    // as its own parent.
+    // False may surprise. If another process makes the directory between the look and the making,
+    // errno is EEXIST, and the directory is there. And a recursive call takes the parent that
+    // getParentDirectoryName names, so that where nothing is there yet
+    //   "name/"   makes "name", as the parent, and then fails with EEXIST
+    //   "a//b"    makes "a", and then fails with EEXIST; called again, it makes "b"
+    //   "a/b/ "   makes "a", the parent, but no "a/b", and then fails with ENOENT
     static bool makeDirectory(const std::string& path, bool recursive) noexcept;
 
     // Returns the size in bytes, links followed.
@@ -88,7 +92,8 @@ public:
     //   "Error writing to file 'DESTINATION'"                         destination removed
     //   "Could not set permissions for file 'DESTINATION'"            destination removed
     // What goes wrong when the files are closed is not reported: sync and compare if that matters.
-    // Copying a file to itself empties it.
+    // Copying a file to itself empties it. A cancellation of the calling thread may pass while the
+    // files are opened, read or written; once both are open, the destination is removed.
     static void copy(const std::string& source, const std::string& destination);
 
     // Adds the names in `directory`, without "." and "..", to `names`, which is not cleared first.

@@ -3,7 +3,7 @@
 //
 // Errors:  a failed system call throws ErrnoException with the call's errno, a call out of turn
 //          throws Exception; each with the message given below. restore, close and the destructor
-//          drop what fails. Want of memory ends the process.
+//          drop what fails. A failed allocation ends the process (std::terminate).
 // Threads: one object belongs to one thread at a time. A substitution changes the descriptor table,
 //          which all threads of the process share.
 #ifndef TARNUTIL_PIPE_H
@@ -45,11 +45,13 @@ public:
     //
     // Throws Exception "Already substituted" until restore is called; ErrnoException "Failed saving
     // stream descriptor" if `fd` is not open or too many descriptors are, "Failed to substitute
-    // stream descriptor" if the end is not open or dup2 fails in any other way; its number is that
-    // of closing the duplicate if that fails too. `fd` is then as it was.
+    // stream descriptor" if the end is not open or dup2 fails in any other way. In every failure
+    // `fd` stays as it was. If closing the duplicate fails as well, the exception holds the errno
+    // of that close.
     void substitute(int fd, Type type);
 
-    // Makes the substituted descriptor what it was before. Without a substitution, does nothing.
+    // Makes the substituted descriptor refer to the file that it referred to before; if it was
+    // close-on-exec, it is so no more. Without a substitution, does nothing.
     void restore() noexcept;
 
     // Closes the open ones of `ends`, a sum of Type values, the write end first. A substituted
@@ -61,12 +63,14 @@ public:
     int getDescriptor(Type type) const noexcept;
 
 private:
+    // The end last asked of substitute; indeterminate before. Nothing reads it: it keeps its place
+    // because the layout of the class is part of the binary interface.
+    int side;
     // A descriptor of -1 is none.
-    int side;  // the end last asked of substitute; indeterminate before
-    int substituted;
-    int saved;
-    int readEnd;
-    int writeEnd;
+    int substituted = -1;
+    int saved = -1;
+    int readEnd = -1;
+    int writeEnd = -1;
 };
 
 }  // namespace tarnutil

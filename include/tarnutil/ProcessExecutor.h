@@ -2,7 +2,9 @@
 // One child program at a time, behind three pipes.
 //
 // Errors:  a failed system call throws ErrnoException with the call's errno, a call out of turn
-//          throws Exception; each with the message given below. Want of memory ends the process.
+//          throws Exception; each with the message given below.
+//          In the constructor: A failed allocation throws std::bad_alloc. In everything else:
+//          A failed allocation ends the process (std::terminate).
 // Threads: one object belongs to one thread at a time.
 #ifndef TARNUTIL_PROCESSEXECUTOR_H
 #define TARNUTIL_PROCESSEXECUTOR_H
@@ -32,17 +34,19 @@ public:
     // Starts the program and returns while it runs. `argv` ends in a null pointer; its first
     // element, or that of `args`, is the child's argv[0]. Neither may change until exec returns.
     //
-    // Descriptors 0 to 2 of the caller have to be open: otherwise an end of a pipe takes such a
-    // number, and the child closes its own stream with it.
+    // The child's pipes take the descriptors of stdio's stdin, stdout and stderr (fileno): 0 to 2,
+    // unless the caller made these streams stand for other files. They have to be open: otherwise
+    // an end of a pipe takes such a number, and the child closes its own stream with it.
     //
     // The child inherits every descriptor of the caller that is not close-on-exec: also the
     // parent's ends of the pipes of other running children, and duplicates of what the caller's
     // own standard streams are. Flush the streams of stdio first, or a child that cannot be
     // executed writes out its copy of what they hold.
     //
-    // Throws Exception "Process already running"; ErrnoException "Error creating new process"; and
-    // what Pipe::open throws, which leaves the pipes opened before it open: close them before the
-    // next exec. A program that cannot be executed is no error here: see wait.
+    // Throws Exception "Process already running"; ErrnoException "Error creating new process", for
+    // which the pipes are closed first, and a close that fails replaces the errno of fork; and what
+    // Pipe::open throws, which leaves the pipes opened before it open: close them before the next
+    // exec. A program that cannot be executed is no error here: see wait.
     //
     // If the child cannot take over its standard streams, the exception of Pipe::substitute leaves
     // exec in the child process, which then is a copy of the caller. The object has no child there;
@@ -77,7 +81,8 @@ private:
 
 public:
     // The child's streams. While it runs, the caller's ends are open: WRITE of stdinPipe, READ of
-    // stdoutPipe and of stderrPipe. Closing WRITE gives the child its end of file.
+    // stdoutPipe and of stderrPipe. Closing WRITE gives the child its end of file. Once the child
+    // has ended, writing there raises SIGPIPE, or fails with EPIPE where that signal is ignored.
     Pipe stdinPipe;
     Pipe stdoutPipe;
     Pipe stderrPipe;

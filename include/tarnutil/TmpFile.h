@@ -5,9 +5,11 @@
 // through exit, which would destroy its copy, and with it the caller's entry.
 //
 // Errors:  create throws ErrnoException with the errno of the failed call. clear and the destructor
-//          drop what fails: an entry that cannot be removed stays behind. Want of memory in create
-//          ends the process.
-// Threads: one object belongs to one thread at a time.
+//          drop what fails: an entry that cannot be removed stays behind.
+//          In create: A failed allocation ends the process (std::terminate).
+//          In getPath: A failed allocation throws std::bad_alloc.
+// Threads: one object belongs to one thread at a time. No thread may change TMPDIR, or anything else
+//          in the environment, while create runs.
 #ifndef TARNUTIL_TMPFILE_H
 #define TARNUTIL_TMPFILE_H
 
