@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <memory>
-#include <string>
 
 #include <tarnutil/Exception.h>
 
@@ -23,13 +22,13 @@ struct ExecutorRecord {
     Callback cleanup;
 };
 
-// Starts a thread that does as `order` says. Returns what went wrong, or null.
+// Starts a thread that does as `order` says. Returns the message of what went wrong, or null.
 const char* startThread(pthread_t& thread, const ExecutorRecord& order) {
     std::unique_ptr<ExecutorRecord> record;
     dropExceptions([&] { record = std::make_unique<ExecutorRecord>(order); });
-    if (record == nullptr) return "Out of memory";
+    if (record == nullptr) return "Could not execute runnables: Out of memory";
     if (pthread_create(&thread, nullptr, Executor::runnableExecutorStartup, record.get()) != 0) {
-        return "Could not create thread.";
+        return "Could not execute runnables: Could not create thread.";
     }
     (void)record.release();
     return nullptr;
@@ -53,11 +52,11 @@ void Executor::execute(std::vector<Runnable*> runnables, void (*startup)(void*),
         threads.resize(created);
         for (const pthread_t thread : threads) {
             const int rc = pthread_join(thread, nullptr);
-            if (rc != 0 && error == nullptr) error = "Could not join with thread.";
+            if (rc != 0 && error == nullptr) {
+                error = "Could not execute runnables: Could not join with thread.";
+            }
         }
-        if (error != nullptr) {
-            throw Exception(std::string("Could not execute runnables: ") + error);
-        }
+        if (error != nullptr) throw Exception(error);
     });
 }
 

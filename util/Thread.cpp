@@ -41,9 +41,10 @@ Runnable::~Runnable() = default;
 
 // What a Thread shares with the thread that it started.
 //
-// Of the end of the work and detach(), the first leaves its mark, and the record behind it; the
-// second, whose exchange finds that mark, frees the record. So exactly one of them does, however
-// close together they come.
+// Two sides let go of it: the thread at the end of its work, and its owner in detach() or, by
+// building the thread detached, from the beginning. Each exchanges `mark` for its own value. The
+// one that finds the other's there came second, and deletes the record. If the owner joins instead,
+// the thread is gone by then, and the owner deletes the record.
 struct Thread::ThreadRecord {
     enum class Mark { none, detached, exited };
 
@@ -54,7 +55,11 @@ struct Thread::ThreadRecord {
           cleanup{thread.cleanupHandler, thread.cleanupArg} {}
     ~ThreadRecord() { runnable.reset(); }  // before the mutex
 
-    // Takes the mutex and releases it, as both sides do before they leave their mark.
+    // Takes the mutex and releases it.
+    //
+    // Quirk: both sides do so before they exchange `mark`, though that is atomic and needs no
+    // guard: as the header promises, a mutex that fails here calls abort(). Pinned by
+    // ThreadTest.EndOfTheWorkAndDetachEachPassTheMutexOnce.
     void passMutex() { const Mutex::LockHolder lock(mutex); }
 
     std::unique_ptr<Runnable> runnable;
@@ -141,8 +146,8 @@ void Thread::detach() {
         record->passMutex();
         ThreadRecord* const left = std::exchange(record, nullptr);
         detached = true;
-        if (left->mark.exchange(ThreadRecord::Mark::detached) == ThreadRecord::Mark::exited)
-            delete left;
+        const auto found = left->mark.exchange(ThreadRecord::Mark::detached);
+        if (found == ThreadRecord::Mark::exited) delete left;
     });
 }
 
@@ -153,8 +158,8 @@ void* Thread::threadStartup(void* argument) {
     shared->cleanup.call();
     shared->passMutex();
     Runnable* const result = shared->runnable.get();
-    if (shared->mark.exchange(ThreadRecord::Mark::exited) != ThreadRecord::Mark::detached)
-        return result;
+    const auto found = shared->mark.exchange(ThreadRecord::Mark::exited);
+    if (found != ThreadRecord::Mark::detached) return result;
     delete shared;
     return nullptr;
 }
