@@ -7,6 +7,8 @@
 #include <openssl/rsa.h>
 
 #include <algorithm>
+#include <functional>
+#include <initializer_list>
 #include <memory>
 #include <set>
 #include <thread>
@@ -226,6 +228,25 @@ TEST_P(GoldenTokenTest, IsRefusedByTheKeyOfAnotherPair) {
     EXPECT_EQ(refusal(golden, other).first, kNoDecrypt);
 }
 
+// A new pair, which no other test has.
+RsaPtr newPair(int bits) {
+    RsaPtr pair(RSA_new());
+    const std::unique_ptr<BIGNUM, FreeWith<BN_free>> exponent(BN_new());
+    EXPECT_EQ(BN_set_word(exponent.get(), RSA_F4), 1);
+    EXPECT_EQ(RSA_generate_key_ex(pair.get(), bits, exponent.get(), nullptr), 1);
+    return pair;
+}
+
+TEST(TokenTest, AnotherPairOfTheSameSizeIsRefusedToo) {
+    const RsaPtr other = newPair(1024);
+    const auto [message, result] = refusal(sealed(plaintext(1, "u", 1, {"a=1"})), other.get());
+    EXPECT_EQ(message, kNoDecrypt);
+    EXPECT_EQ(result, Result());
+    const RsaPtr reader = publicKey(other.get());
+    const std::string token = CryptoUtil::generateAuthToken("u", {}, 1, other.get());
+    EXPECT_EQ(open(token, reader.get()), (Result{"u", {}, 1}));
+}
+
 // ---- the layout ---------------------------------------------------------------------------------
 
 TEST(TokenTest, ThePlaintextIsLaidOutFieldByField) {
@@ -355,8 +376,9 @@ TEST(TokenTest, APlaintextBelow28BytesIsTooShort) {
 }
 
 TEST(TokenTest, APlaintextTooSmallForItsDigestAndFieldsIsTooShort) {
-    for (std::size_t size = 1; size < 28; ++size) {
-        const auto [message, result] = refusal(sealed(Bytes(size, 1)));
+    for (std::size_t size = 0; size < 28; ++size) {
+        const Bytes block = sealedBlock(Bytes(28, 1).data(), size, key(1024));
+        const auto [message, result] = refusal(CryptoUtil::base64Encode(block));
         EXPECT_EQ(message, kTooShort) << size;
         EXPECT_EQ(result, Result()) << size;
     }
@@ -472,7 +494,7 @@ TEST(TokenTest, BlocksInAnotherOrderAreRefused) {
     EXPECT_EQ(refusal(CryptoUtil::base64Encode(swapped)).first, kNotValid);
 }
 
-TEST(TokenTest, ARestThatIsNoWholeBlockIsRefusedAndNotReadBeyond) {
+TEST(TokenTest, ARestThatIsNoWholeBlockIsRefusedBeforeAnyIsDecrypted) {
     const Bytes whole = CryptoUtil::base64Decode(kSeveral);
     std::vector<std::string> tokens;
     for (std::size_t more = 1; more < 128; ++more) {
@@ -480,7 +502,9 @@ TEST(TokenTest, ARestThatIsNoWholeBlockIsRefusedAndNotReadBeyond) {
         tokens.push_back(CryptoUtil::base64Encode(longer += Bytes(more, 1)));
         tokens.push_back(CryptoUtil::base64Encode(Bytes(more, 1)));
     }
+    const unsigned long before = Fault::calls(Call::RSA_public_decrypt);
     EXPECT_THAT(refusals(tokens, key(1024)), UnorderedElementsAre(kNoDecrypt));
+    EXPECT_EQ(Fault::calls(Call::RSA_public_decrypt), before);
 }
 
 TEST(TokenTest, TextThatDecodesToNothingIsTooShort) {
@@ -488,11 +512,31 @@ TEST(TokenTest, TextThatDecodesToNothingIsTooShort) {
                 UnorderedElementsAre(kTooShort));
 }
 
+// The messages with which a token is refused while each of `calls` fails in turn; each must leave
+// the results alone.
+std::set<std::string> refusalsWithout(std::initializer_list<Call> calls, int number) {
+    std::set<std::string> messages;
+    Result result;
+    const auto openAnew = [&] {
+        result = Result();
+        open(kSeveral, result);
+    };
+    failEachCallInTurn(calls, number, openAnew, [&](const Failure& failure) {
+        if (failure.thrown == nullptr) return;
+        messages.insert(failure.messageOf<Exception>());
+        EXPECT_EQ(result, Result()) << describe(failure);
+    });
+    return messages;
+}
+
 TEST(TokenTest, FailuresOfTheDecoderKeepTheirSentences) {
-    const Fault fault(Call::BIO_new_mem_buf, 0);
-    const auto [message, result] = refusal(kSeveral);
-    EXPECT_EQ(message, "Could not allocate input memory buffer BIO.");
-    EXPECT_EQ(result, Result());
+    EXPECT_THAT(refusalsWithout({Call::BIO_new, Call::BIO_new_mem_buf, Call::BIO_ctrl}, 0),
+                UnorderedElementsAre("Could not allocate base64 BIO.",
+                                     "Could not allocate input memory buffer BIO.",
+                                     "Could not allocate output memory BIO.",
+                                     "Could not get memory buffer from BIO."));
+    EXPECT_THAT(refusalsWithout({Call::BIO_read, Call::BIO_write}, -1),
+                UnorderedElementsAre("Could not read from BIO."));
 }
 
 TEST(TokenTest, AFailureOfTheEncoderKeepsItsSentence) {
@@ -560,6 +604,23 @@ TEST(TokenTest, TheErrorQueueIsNeitherReadNorCleared) {
     (void)open(CryptoUtil::generateAuthToken("u", {}, 1, key(1024)));
     EXPECT_EQ(refusal("AAAA").first, kNoDecrypt);
     EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
+    EXPECT_EQ(ERR_get_error(), 0U);
+}
+
+// What a failed RSA call queued follows what the caller has there.
+TEST(TokenTest, TheErrorQueueKeepsWhyRsaFailed) {
+    const RsaPtr reader = publicKey(key(1024));
+    const std::function<void()> refused[] = {
+        [&] { (void)CryptoUtil::generateAuthToken("u", {}, 1, reader.get()); },
+        [&] { (void)open(CryptoUtil::base64Encode(Bytes(128, 1)), reader.get()); },
+    };
+    for (const auto& operation : refused) {
+        ERR_clear_error();
+        ERR_put_error(ERR_LIB_USER, 0, 42, "here", 1);
+        EXPECT_THROW(operation(), Exception);
+        EXPECT_EQ(ERR_GET_REASON(ERR_get_error()), 42);
+        EXPECT_EQ(ERR_GET_LIB(ERR_peek_error()), ERR_LIB_RSA);
+    }
     ERR_clear_error();
 }
 
@@ -579,8 +640,6 @@ TEST(TokenTest, ThreadsMayShareAKey) {
     for (std::thread& thread : threads) thread.join();
 }
 
-using TokenDeathTest = testing::Test;
-
 TEST(TokenDeathTest, AFailedAllocationDoesNotLeaveAnOperation) {
     const std::string token = kSeveral;
     const auto withoutMemory = [](const auto& operation) {
@@ -593,7 +652,9 @@ TEST(TokenDeathTest, AFailedAllocationDoesNotLeaveAnOperation) {
     EXPECT_DEATH(
         withoutMemory([&] { (void)CryptoUtil::generateAuthToken(token, attributes, 1, pair); }),
         "terminate");
-    // The first allocation is the caller's: the decoder takes the text by value.
+    EXPECT_DEATH(
+        withoutMemory([&] { (void)CryptoUtil::generateAuthToken(token, attributes, pair); }),
+        "terminate");
     EXPECT_DEATH(withoutMemory([&] { open(token, result, pair); }), "terminate");
 }
 
