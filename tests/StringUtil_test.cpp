@@ -810,6 +810,20 @@ TEST(IpConversionTest, AsksForIpv6FirstAndThenForIpv4) {
     EXPECT_THAT(trail.ofParent(), ElementsAre(as_v6, as_v6, as_v4));
 }
 
+TEST(IpConversionTest, AFailingFamilyIsAFamilyThatDoesNotMatch) {
+    const ip_addr_t expected = v6("::ffff:102:304");
+    {
+        const Fault noIpv6(Call::inet_pton, -1);
+        EXPECT_EQ(StringUtil::stringToIp("1.2.3.4"), expected);
+    }
+    for (const std::string text : {"1.2.3.4", "::1"}) {
+        const Fault neither(Call::inet_pton, -1, 1, Fault::fromThenOn);
+        EXPECT_THAT(
+            [&] { (void)StringUtil::stringToIp(text); },
+            ThrowsMessage<Exception>("Could not convert string to IP address: \"" + text + "\""));
+    }
+}
+
 TEST(IpConversionRandomTest, AgreesWithThePlainFunctions) {
     Random random;
     for (int i = 0; i < kRandomRounds; ++i) {
