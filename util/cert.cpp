@@ -35,9 +35,12 @@ void start_over(BIO* bio) {
     (void)BIO_reset(bio);
 }
 
+// Objects that are no secrets need no password. A stranger's block may say that it is locked all
+// the same: OpenSSL would then ask the terminal, and wait there. It takes a text instead of asking.
 template <class Object>
 Object* read_pem(BIO* bio, const Readers<Object>& readers) {
-    return readers.pem(bio, nullptr, nullptr, nullptr);
+    char no_password[] = "";
+    return readers.pem(bio, nullptr, /*callback=*/nullptr, no_password);
 }
 
 template <class Object>

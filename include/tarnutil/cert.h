@@ -35,7 +35,8 @@ extern "C" {
  * Finding out tries PEM; if that fails it clears the error queue, rewinds the BIO to its beginning
  * and tries DER. So a failure leaves the DER reader's errors, and PEM that is damaged is reported
  * as bad DER. A read in a given format neither clears nor rewinds. Keys and other PEM blocks inside
- * the input are skipped: a certificate behind a private key in one PEM file is found. */
+ * the input are skipped: a certificate behind a private key in one PEM file is found. A PEM block
+ * that is locked with a password is read like a damaged one, and nobody is asked for it. */
 
 /* The next certificate of `bio`, or NULL. */
 TARNUTIL_API X509* TARNSSL_load_X509_bio(BIO* bio, int* format);

@@ -105,6 +105,21 @@ cat rsa.traditional.der damaged.pem >der_then_damaged.pem
 cat rsa.traditional.der root.pem >der_then_certificate.pem
 head -n 5 rsa.pem >cut_short.pem
 
+# A block that says that it is locked, as only those of keys should be: locked_block KIND NAME
+locked_block() {
+    cat >"$2" <<PEM
+-----BEGIN $1-----
+Proc-Type: 4,ENCRYPTED
+DEK-Info: AES-128-CBC,000102030405060708090A0B0C0D0E0F
+
+AAAAAAAAAAAAAAAAAAAAAA==
+-----END $1-----
+PEM
+}
+locked_block CERTIFICATE locked.pem
+locked_block 'CERTIFICATE REQUEST' locked.req.pem
+locked_block 'X509 CRL' locked.crl.pem
+
 # Between DER and PEM: the block begins a line, or it does not. (DER ends in any byte.)
 printf '\n' >newline
 printf '\nx' >letter
