@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <iostream>
@@ -34,12 +35,26 @@ bool endsBefore(ProcessExecutor& child, steady_clock::time_point deadline, std::
         const auto left =
             std::chrono::duration_cast<milliseconds>(deadline - steady_clock::now()).count();
         const int ready = poll(&out, 1, left > 0 ? static_cast<int>(left) : 0);
+        if (ready == -1 && errno == EINTR) continue;
         if (ready == -1) throw ErrnoException("Could not wait for the child");
         if (ready == 0) return false;
         std::array<char, 4096> buffer;
         const ssize_t size = read(out.fd, buffer.data(), buffer.size());
+        if (size == -1 && errno == EINTR) continue;
         if (size <= 0) return true;
         output.append(buffer.data(), static_cast<std::size_t>(size));
+    }
+}
+
+// Starts the child. Where it cannot take over its streams, the exception leaves exec in the child,
+// which is a copy of this program then and must not go on as one.
+void start(ProcessExecutor& child, const std::string& script) {
+    const pid_t caller = getpid();
+    try {
+        child.exec({"sh", "-c", script});
+    } catch (const tarnutil::Exception&) {
+        if (getpid() != caller) _exit(127);
+        throw;
     }
 }
 
@@ -53,7 +68,7 @@ struct Outcome {
 
 Outcome runFor(milliseconds time, milliseconds grace, const std::string& script) {
     ProcessExecutor child("/bin/sh");
-    child.exec({"sh", "-c", script});
+    start(child, script);
     child.stdinPipe.close(Pipe::WRITE);
     Outcome outcome{inTime, 0, ""};
     if (!endsBefore(child, steady_clock::now() + time, outcome.output)) {

@@ -37,6 +37,7 @@ struct Outcome {
 bool readSome(int fd, std::string& text) {
     std::array<char, 65536> buffer;
     const ssize_t size = read(fd, buffer.data(), buffer.size());
+    if (size < 0 && errno == EINTR) return true;
     if (size < 0) throw ErrnoException("Could not read from the child");
     text.append(buffer.data(), static_cast<std::size_t>(size));
     return size > 0;
@@ -47,14 +48,27 @@ bool readSome(int fd, std::string& text) {
 bool writeSome(int fd, const std::string& text, std::size_t& done) {
     const ssize_t size = write(fd, text.data() + done, text.size() - done);
     if (size < 0 && errno == EPIPE) return false;
-    if (size < 0 && errno != EAGAIN) throw ErrnoException("Could not write to the child");
+    if (size < 0 && errno != EAGAIN && errno != EINTR)
+        throw ErrnoException("Could not write to the child");
     if (size > 0) done += static_cast<std::size_t>(size);
     return done < text.size();
 }
 
+// Starts the child. Where it cannot take over its streams, the exception leaves exec in the child,
+// which is a copy of this program then and must not go on as one.
+void start(ProcessExecutor& child, const std::vector<std::string>& command) {
+    const pid_t caller = getpid();
+    try {
+        child.exec(command);
+    } catch (const tarnutil::Exception&) {
+        if (getpid() != caller) _exit(127);
+        throw;
+    }
+}
+
 Outcome runWith(const std::string& input, const std::vector<std::string>& command) {
     ProcessExecutor child(command[0]);
-    child.exec(command);
+    start(child, command);
 
     // poll skips a negative descriptor: that is how a stream that is done leaves the loop.
     pollfd in{child.stdinPipe.getDescriptor(Pipe::WRITE), POLLOUT, 0};
@@ -67,8 +81,10 @@ Outcome runWith(const std::string& input, const std::vector<std::string>& comman
     std::size_t done = 0;
     while (in.fd != -1 || out.fd != -1 || err.fd != -1) {
         pollfd all[] = {in, out, err};
-        if (poll(all, 3, /*timeout=*/-1) == -1)
+        if (poll(all, 3, /*timeout=*/-1) == -1) {
+            if (errno == EINTR) continue;
             throw ErrnoException("Could not wait for the child");
+        }
         if (all[0].revents != 0 && !writeSome(in.fd, input, done)) {
             child.stdinPipe.close(Pipe::WRITE);
             in.fd = -1;

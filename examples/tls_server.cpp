@@ -8,6 +8,8 @@
 #include <tarnutil/cert.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -43,6 +45,18 @@ int listenOnLoopback() {
     return listener;
 }
 
+// The next client. A connection that came to nothing is no reason to end, nor is a want of
+// descriptors or memory, which may pass.
+int nextClient(int listener) {
+    for (;;) {
+        const int client = accept(listener, nullptr, nullptr);
+        if (client != -1) return client;
+        if (errno == EINTR || errno == ECONNABORTED) continue;
+        std::perror("no client");
+        (void)sleep(1);
+    }
+}
+
 void greet(SSL_CTX* ctx, int client) {
     const std::unique_ptr<SSL, Free> ssl(SSL_new(ctx));
     ERR_clear_error();  // SSL_get_error looks at the queue: what stood there is none of its
@@ -62,6 +76,7 @@ int main(int argc, char** argv) {
         std::fprintf(stderr, "usage: tls_server CHAIN KEY [CLIENTS]\n");
         return 2;
     }
+    std::signal(SIGPIPE, SIG_IGN);  // a client that went away shows in the result of a write
     const std::unique_ptr<SSL_CTX, Free> ctx(SSL_CTX_new(SSLv23_method()));
     if (ctx == nullptr) return complain("no context");
     if (TARNSSL_CTX_use_certificate_chain_file(ctx.get(), argv[1]) != 1) return complain(argv[1]);
@@ -70,8 +85,7 @@ int main(int argc, char** argv) {
     const int listener = listenOnLoopback();
     if (listener == -1) return complain("no port to listen on");
     for (int left = argc > 3 ? std::atoi(argv[3]) : 1; left > 0; --left) {
-        const int client = accept(listener, nullptr, nullptr);
-        if (client == -1) return complain("no client");
+        const int client = nextClient(listener);
         greet(ctx.get(), client);
         (void)close(client);
     }

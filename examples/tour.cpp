@@ -35,9 +35,10 @@
 #include <tarnutil/StringUtil.h>
 #include <tarnutil/TmpFile.h>
 #include <tarnutil/cert.h>
-#include <tarnutil/ssl_suite.h>
+#include <tarnutil/ip.h>
 
 #include "member_from.h"
+#include "pick_suites.h"
 
 // Traces name the functions that a program exports: these are in no anonymous namespace.
 namespace tour {
@@ -58,32 +59,6 @@ void report(const std::string& who, const Exception& e) {
     for (const std::string& frame : e.getStackTrace()) text += "  at " + frame + "\n";
     std::cerr << text;
     ERR_clear_error();
-}
-
-// --- TLS: a chain, its key, and the suites that a cipher string selects --------------------------
-
-// The library orders the suites; OpenSSL, which has names of its own, knows them by number.
-void pickSuites(SSL_CTX* tls, const std::string& ciphers) {
-    ssl_suite_ctx_t selection;
-    ssl_suite_ctx_init(&selection);
-    const auto length = static_cast<unsigned>(ciphers.size());
-    if (ssl_suite_cmd(&selection, ciphers.data(), length, /*expand=*/0, nullptr, nullptr) != 1)
-        throw Exception("Not a cipher string: " + ciphers);
-    const std::shared_ptr<SSL> connection(SSL_new(tls), SSL_free);
-    std::string tls13, older;
-    for (const ssl_suite_entry_t* entry = selection.first; entry != nullptr; entry = entry->next) {
-        if ((entry->flags & SSL_SUITE_ENTRY_ENABLED) == 0) continue;
-        const ssl_suite_t& suite = ssl_suite[entry->suite];
-        const unsigned char id[] = {static_cast<unsigned char>(suite.id >> 8),
-                                    static_cast<unsigned char>(suite.id & 0xFF)};
-        const SSL_CIPHER* const cipher = SSL_CIPHER_find(connection.get(), id);
-        if (cipher == nullptr) continue;  // not in this OpenSSL
-        std::string& list = suite.protocol == SSL_PROTOCOL_TLS1_3 ? tls13 : older;
-        list.append(list.empty() ? "" : ":").append(SSL_CIPHER_get_name(cipher));
-    }
-    require(SSL_CTX_set_ciphersuites(tls, tls13.c_str()) == 1, "Could not offer " + tls13);
-    require(SSL_CTX_set_cipher_list(tls, older.c_str()) == 1, "Could not offer " + older);
-    (void)SSL_CTX_set_options(tls, SSL_OP_CIPHER_SERVER_PREFERENCE);
 }
 
 // --- The connections: the numbers of those that are open are members of a bitmap -----------------
@@ -202,30 +177,46 @@ public:
     }
 
 private:
+    // The next client; -1 once the server is stopped. That a client gave up, or that there is a
+    // want of descriptors, passes.
+    int nextClient(sockaddr_in& peer) {
+        for (;;) {
+            socklen_t size = sizeof peer;
+            auto* const address = reinterpret_cast<sockaddr*>(&peer);
+            const int client = accept4(door, address, &size, SOCK_CLOEXEC);
+            if (client != -1) return client;
+            const Mutex::LockHolder lock(mutex);
+            if (!stopped) (void)changed.timedWait(mutex, 1000);
+            if (stopped) return -1;
+        }
+    }
     void serve() {
         sockaddr_in peer = {};
-        socklen_t size = sizeof peer;
-        auto* const address = reinterpret_cast<sockaddr*>(&peer);
-        for (int client = 0; (client = accept4(door, address, &size, SOCK_CLOEXEC)) != -1;) {
+        for (int client = 0; (client = nextClient(peer)) != -1;) {
             const std::uint64_t number = connections.add();
-            const ip_addr_t ip = StringUtil::stringToIp(inet_ntoa(peer.sin_addr));
             char text[64];
+            ip_addr_t ip = {};
+            ip_pton_r(inet_ntop(AF_INET, &peer.sin_addr, text, sizeof text), &ip);
             (void)ip_nptop_r(&ip, ntohs(peer.sin_port), text, sizeof text);
             converse(client, "client " + std::to_string(number) + " at " + text);
             connections.remove(number);
         }
     }
     void converse(int client, const std::string& name) {
+        using Bio = std::shared_ptr<BIO>;
         const timeval patience = {10, 0};  // seconds, microseconds
         (void)setsockopt(client, SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof patience);
-        const std::shared_ptr<BIO> lines(BIO_new(BIO_f_buffer()), BIO_free_all);
-        (void)BIO_push(lines.get(), BIO_new_ssl(tls.get(), /*client=*/0));
-        (void)BIO_push(lines.get(), BIO_new_socket(client, BIO_CLOSE));
+        const Bio socket(BIO_new_socket(client, BIO_CLOSE), BIO_free);
+        if (!socket) (void)close(client);
+        const Bio secure(BIO_new_ssl(tls.get(), /*client=*/0), BIO_free);
+        const Bio lines(BIO_new(BIO_f_buffer()), BIO_free);
+        if (!socket || !secure || !lines) return report(name, Exception("No memory"));
+        (void)BIO_push(lines.get(), BIO_push(secure.get(), socket.get()));
         if (BIO_do_handshake(lines.get()) != 1) return report(name, Exception("No handshake"));
         char line[8192];
         while (BIO_gets(lines.get(), line, sizeof line) > 0) {
-            (void)BIO_puts(lines.get(), (answer(name, line) + "\n").c_str());
-            (void)BIO_flush(lines.get());
+            const std::string reply = answer(name, line) + "\n";
+            if (BIO_puts(lines.get(), reply.c_str()) <= 0 || BIO_flush(lines.get()) != 1) return;
         }
     }
     std::string answer(const std::string& who, const std::string& line) try {
@@ -269,7 +260,7 @@ private:
     void stop() {
         const Mutex::LockHolder lock(mutex);
         stopped = true;
-        changed.signal();
+        changed.broadcast();
         (void)shutdown(door, SHUT_RDWR);
     }
 

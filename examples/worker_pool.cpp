@@ -2,8 +2,10 @@
 // A pool of workers that take jobs off a queue, built of Mutex, Condition and Thread.
 //
 //   worker_pool [WORKERS [JOBS]]
+#include <algorithm>
 #include <cstdlib>
 #include <deque>
+#include <exception>
 #include <functional>
 #include <iostream>
 #include <memory>
@@ -71,8 +73,11 @@ private:
 // Workers that begin with the pool and end with it, after the last job.
 class Pool {
 public:
-    explicit Pool(int size) {
-        for (int i = 0; i < size; ++i) {
+    // If a worker cannot start, those that have are joined: once the constructor that this one
+    // calls is through, there is a pool for the destructor to end.
+    explicit Pool(std::size_t size) : Pool() {
+        workers.reserve(size);  // a thread that runs needs its place
+        for (std::size_t i = 0; i < size; ++i) {
             auto worker = std::make_unique<Worker>(queue);
             auto thread = std::make_unique<Thread>(std::move(worker), /*detached=*/false);
             thread->start();
@@ -89,19 +94,18 @@ public:
     void run(Job job) { queue.put(std::move(job)); }
 
 private:
+    Pool() = default;
+
     Queue queue;
     std::vector<std::unique_ptr<Thread>> workers;
 };
 
-}  // namespace
-
-int main(int argc, char** argv) {
-    const int workers = argc > 1 ? std::atoi(argv[1]) : 4;
-    const int jobs = argc > 2 ? std::atoi(argv[2]) : 1000;
+// Whether so many workers add the numbers of so many jobs up.
+bool addUp(int workers, int jobs) {
     Mutex mutex(/*abort=*/true, Mutex::NORMAL);
     long sum = 0;
     {
-        Pool pool(workers);
+        Pool pool(static_cast<std::size_t>(workers));
         for (int i = 1; i <= jobs; ++i) {
             pool.run([&mutex, &sum, i] {
                 const Mutex::LockHolder lock(mutex);
@@ -110,5 +114,16 @@ int main(int argc, char** argv) {
         }
     }
     std::cout << workers << " workers added 1 to " << jobs << ": " << sum << "\n";
-    return sum == static_cast<long>(jobs) * (jobs + 1) / 2 ? EXIT_SUCCESS : EXIT_FAILURE;
+    return sum == static_cast<long>(jobs) * (jobs + 1) / 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+    const int workers = argc > 1 ? std::max(std::atoi(argv[1]), 1) : 4;
+    const int jobs = argc > 2 ? std::atoi(argv[2]) : 1000;
+    return addUp(workers, jobs) ? EXIT_SUCCESS : EXIT_FAILURE;
+} catch (const std::exception& e) {
+    std::cerr << e.what() << '\n';
+    return EXIT_FAILURE;
 }
