@@ -226,6 +226,14 @@ TEST(ExecutorTest, FailedCreationLetsTheItemsBeforeItRun) {
     }
 }
 
+TEST(ExecutorTest, FailedCreationFreesTheRecordOfItsItem) {
+    Batch batch;
+    EXPECT_FALSE(growsEachTime([&] {
+        const Fault fault(Call::pthread_create, EAGAIN);
+        EXPECT_EQ(thrown([&] { batch.execute(); }), kNotCreated);
+    }));
+}
+
 TEST(ExecutorTest, NoMemoryForAnItemIsAFailure) {
     for (std::size_t nth = 1; nth <= kSize; ++nth) {
         SCOPED_TRACE(nth);

@@ -62,6 +62,7 @@ long alive(Call build, Call destroy) {
 }
 long attributesAlive() { return alive(Call::pthread_attr_init, Call::pthread_attr_destroy); }
 long mutexesAlive() { return alive(Call::pthread_mutex_init, Call::pthread_mutex_destroy); }
+long mutexesHeld() { return alive(Call::pthread_mutex_lock, Call::pthread_mutex_unlock); }
 
 // Waits until `enough`; false if that takes longer than anything here ever should.
 template <class Condition>
@@ -515,6 +516,18 @@ TEST(ThreadTest, CallbacksSetAfterAFailedStartCountFromTheNext) {
     EXPECT_THAT(steps, ElementsAre("startup", "cleanup"));
 }
 
+TEST(ThreadTest, NullTakesACallbackAwayAgain) {
+    steps.clear();
+    Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    thread.setStartupHandler(note, step("startup"));
+    thread.setCleanupHandler(note, step("cleanup"));
+    thread.setStartupHandler(nullptr, step("startup"));
+    thread.setCleanupHandler(nullptr, step("cleanup"));
+    thread.start();
+    joinAndDestroy(thread);
+    EXPECT_THAT(steps, IsEmpty());
+}
+
 void passGate(void* gate) { static_cast<Gate*>(gate)->pass(); }
 
 TEST(ThreadTest, CallbacksComeBeforeTheExitAndHoldNoMutex) {
@@ -705,36 +718,47 @@ TEST(ThreadTest, DetachBeforeTheEndLeavesTheRunnableToTheThread) {
     }
 }
 
-// Keeps how many mutexes were alive when it was destroyed.
+// Keeps how many mutexes were alive, and how many of them held, when it was destroyed.
 class Witness : public Runnable {
 public:
-    explicit Witness(std::atomic<long>& toKeep) : mutexes(toKeep) {}
-    ~Witness() override { mutexes = mutexesAlive(); }
+    struct Testimony {
+        std::atomic<bool> given{false};
+        long alive = 0;
+        long held = 0;
+    };
+
+    explicit Witness(Testimony& toGive) : testimony(toGive) {}
+    ~Witness() override {
+        testimony.alive = mutexesAlive();
+        testimony.held = mutexesHeld();
+        testimony.given = true;
+    }
     void run() override {}
 
 private:
-    std::atomic<long>& mutexes;
+    Testimony& testimony;
 };
 
-TEST(ThreadTest, RunnableIsDestroyedBeforeTheMutex) {
+TEST(ThreadTest, RunnableIsDestroyedBeforeTheMutexAndWhileItIsFree) {
     for (const bool startDetached : {false, true}) {
         SCOPED_TRACE(startDetached);
-        const long before = mutexesAlive();
-        std::atomic<long> atItsEnd{-1};
-        Thread thread(std::make_unique<Witness>(atItsEnd), startDetached);
+        const long alive = mutexesAlive();
+        const long held = mutexesHeld();
+        Witness::Testimony testimony;
+        Thread thread(std::make_unique<Witness>(testimony), startDetached);
         thread.start();
         if (!startDetached) {
             awaitExit(thread);
             thread.detach();
         }
-        ASSERT_TRUE(comesTrue([&] { return atItsEnd != -1 && mutexesAlive() == before; }));
-        EXPECT_EQ(atItsEnd, before + 1);
+        ASSERT_TRUE(comesTrue([&] { return testimony.given && mutexesAlive() == alive; }));
+        EXPECT_EQ(testimony.alive, alive + 1);
+        EXPECT_EQ(testimony.held, held);
     }
 }
 
 TEST(ThreadTest, EndOfTheWorkAndDetachEachPassTheMutexOnce) {
     Thread thread(std::make_unique<Idle>(), /*detached=*/false);
-    std::string kind;
     {
         const Trail trail({Call::pthread_mutex_lock, Call::pthread_mutex_unlock,
                            Call::pthread_mutex_destroy, Call::pthread_mutexattr_settype});
@@ -781,23 +805,75 @@ TEST(ThreadTest, DestroyedThreadNeitherStopsNorJoins) {
     EXPECT_EXIT(destroyWhileRunning(), ExitedWithCode(0), "");
 }
 
-// The thread asks about itself at the very end of passing the mutex: in a lock that fails, and so
-// calls abort(). The question's own lock does not fail.
+// The two steps of passing the mutex. The one that fails calls abort(), whose signal handler then
+// sees what was done by that time.
+constexpr Call kPassing[] = {Call::pthread_mutex_lock, Call::pthread_mutex_unlock};
+
+// While one lives, locking and unlocking do nothing: a mutex whose release failed is still held.
+struct LocksAside {
+    const Fault lock{Call::pthread_mutex_lock, 0, 1, Fault::fromThenOn};
+    const Fault unlock{Call::pthread_mutex_unlock, 0, 1, Fault::fromThenOn};
+};
+
 TEST(ThreadTest, EndOfTheWorkPassesTheMutexBeforeItLeavesItsMark) {
     static Thread* asked = nullptr;
-    const auto endFails = [] {
+    const auto endFails = [](Call call) {
         Gate gate;
         Thread thread(std::make_unique<Idle>(), /*detached=*/false);
         thread.setStartupHandler(passGate, &gate);
         thread.start();
+        gate.awaitArrival();
         asked = &thread;
-        std::signal(SIGABRT, [](int) { _exit(asked->getHasExited() ? 1 : 0); });
-        const Fault fault(Call::pthread_mutex_lock, EINVAL);
+        std::signal(SIGABRT, [](int) {
+            const LocksAside aside;
+            _exit(asked->getHasExited() ? 1 : 0);
+        });
+        const Fault fault(call, EINVAL);
         gate.open();
         alarm(30);  // its signal is not the exit expected
         for (;;) pause();
     };
-    EXPECT_EXIT(endFails(), ExitedWithCode(0), testing::Eq(""));
+    for (const Call call : kPassing) {
+        EXPECT_EXIT(endFails(call), ExitedWithCode(0), testing::Eq("")) << name(call);
+    }
+}
+
+// Lasts until the gate is opened, and tells of its destruction.
+class Lasting : public Runnable {
+public:
+    Lasting(Gate& end, std::atomic<bool>& whenDestroyed) : gate(end), destroyed(whenDestroyed) {}
+    ~Lasting() override { destroyed = true; }
+    void run() override {
+        (void)&farewell;
+        gate.pass();
+    }
+
+private:
+    Gate& gate;
+    std::atomic<bool>& destroyed;
+};
+
+// The work ends while detach() aborts: a thread that found its mark would destroy the runnable.
+TEST(ThreadTest, DetachPassesTheMutexBeforeItLeavesItsMark) {
+    static Gate gate;
+    static std::atomic<bool> destroyed{false};
+    const auto detachFails = [](Call call) {
+        Thread thread(std::make_unique<Lasting>(gate, destroyed), /*detached=*/false);
+        thread.start();
+        gate.awaitArrival();
+        std::signal(SIGABRT, [](int) {
+            const LocksAside aside;
+            gate.open();
+            while (!gone && !destroyed) std::this_thread::yield();
+            _exit(destroyed ? 1 : 0);
+        });
+        const Fault fault(call, EINVAL);
+        alarm(30);  // its signal is not the exit expected
+        thread.detach();
+    };
+    for (const Call call : kPassing) {
+        EXPECT_EXIT(detachFails(call), ExitedWithCode(0), testing::Eq("")) << name(call);
+    }
 }
 
 // --- The end of the work crosses detach()
