@@ -182,6 +182,13 @@ void readAnIntegerOfThreeBytes() {
     (void)CryptoUtil::getUInt32T(cursor, remaining);
 }
 
+void forkInVain() {
+    ProcessExecutor child("");
+    const Fault fault(Call::fork, EAGAIN);
+    const char* argv[] = {nullptr};
+    child.exec(argv);
+}
+
 void signalAChildInVain() {
     ProcessExecutor child("/bin/cat");
     const char* argv[] = {"cat", nullptr};
@@ -221,6 +228,7 @@ const BoundaryCase kBoundaryCases[] = {
     {"TmpFile::create", createBelowALongPath},
     {"Pipe::substitute", [] { Pipe().substitute(-1, Pipe::READ); }},
     {"ProcessExecutor::exec", [] { ProcessExecutor("").exec(std::vector<std::string>()); }},
+    {"ProcessExecutor::exec of pointers", forkInVain},
     {"ProcessExecutor::kill", signalAChildInVain},
     {"File::removeFile", [] { File::removeFile(kLongPath); }},
     {"File::getFileSize", [] { (void)File::getFileSize(kLongPath); }},
