@@ -224,6 +224,14 @@ TEST_F(PipeTest, SubstitutedStreamWritesIntoThePipeUntilRestored) {
     EXPECT_EQ(added().size(), 2U);
 }
 
+TEST_F(PipeTest, RestoringLosesTheCloseOnExecFlag) {
+    ASSERT_EQ(fcntl(standIn, F_SETFD, FD_CLOEXEC), 0);
+    Pipe pipe(standIn, Pipe::WRITE);
+    EXPECT_EQ(fcntl(standIn, F_GETFD), 0);
+    pipe.restore();
+    EXPECT_EQ(fcntl(standIn, F_GETFD), 0);
+}
+
 TEST_F(PipeTest, StandardOutputCanBeCaptured) {
     const auto original = fileOf(STDOUT_FILENO);
     Pipe pipe(STDOUT_FILENO, Pipe::WRITE);

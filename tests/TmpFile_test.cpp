@@ -234,7 +234,7 @@ TEST_F(TmpFileTest, FailedCreationLeavesTheObjectEmpty) {
     }
 }
 
-TEST_F(TmpFileTest, EveryFailingCallIsReportedOrDropped) {
+TEST_F(TmpFileTest, EveryFailedCreationNamesItsTemplateAndLeavesNothing) {
     std::set<std::string> seen;
     failEachCallInTurn(
         {Call::mkstemp, Call::mkdtemp}, ENOSPC,
