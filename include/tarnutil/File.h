@@ -65,7 +65,7 @@ public:
     //
     // False may surprise. If another process makes the directory between the look and the making,
     // errno is EEXIST, and the directory is there. And a recursive call takes the parent that
-    // getParentDirectoryName names, so that where nothing is there yet
+    // getParentDirectoryName names, so that of these relative paths, where nothing is there yet,
     //   "name/"   makes "name", as the parent, and then fails with EEXIST
     //   "a//b"    makes "a", and then fails with EEXIST; called again, it makes "b"
     //   "a/b/ "   makes "a", the parent, but no "a/b", and then fails with ENOENT

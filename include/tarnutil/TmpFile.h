@@ -8,8 +8,8 @@
 //          drop what fails: an entry that cannot be removed stays behind.
 //          In create: A failed allocation ends the process (std::terminate).
 //          In getPath: A failed allocation throws std::bad_alloc.
-// Threads: one object belongs to one thread at a time. No thread may change TMPDIR, or anything else
-//          in the environment, while create runs.
+// Threads: one object belongs to one thread at a time. No thread may change TMPDIR, or any other
+//          part of the environment, while create runs.
 #ifndef TARNUTIL_TMPFILE_H
 #define TARNUTIL_TMPFILE_H
 
