@@ -5,11 +5,15 @@
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <fstream>
+#include <future>
+#include <thread>
 #include <type_traits>
 
 #include <tarnutil/Exception.h>
@@ -19,6 +23,7 @@
 #include "fault.h"
 #include "leaks.h"
 #include "scratch_dir.h"
+#include "trail.h"
 
 namespace {
 
@@ -29,6 +34,7 @@ using tarnutil::IOException;
 using namespace tarnutil_test;
 using testing::ElementsAre;
 using testing::IsEmpty;
+using testing::StartsWith;
 using testing::ThrowsMessage;
 
 using Names = std::set<std::string>;
@@ -441,6 +447,26 @@ TEST(FileTest, ABareNameWithASlashIsMadeAsItsOwnParentAndThenFails) {
     EXPECT_TRUE(File::makeDirectory("other/", /*recursive=*/false));
 }
 
+TEST(FileTest, TwoSlashesBehindABareNameEndTheFirstMakingButNotTheSecond) {
+    const ScratchDir dir;
+    const WorkingDirectory there(dir.path());
+    EXPECT_FALSE(File::makeDirectory("a//b", /*recursive=*/true));
+    EXPECT_EQ(errno, EEXIST);
+    EXPECT_TRUE(File::isDirectory("a", /*followLinks=*/false));
+    EXPECT_FALSE(File::exists("a/b", /*followLinks=*/false));
+    EXPECT_TRUE(File::makeDirectory("a//b", /*recursive=*/true));
+    EXPECT_TRUE(File::isDirectory("a/b", /*followLinks=*/false));
+}
+
+TEST(FileTest, ASlashAndBlanksBehindTwoNamesMakeTheFirstAlone) {
+    const ScratchDir dir;
+    const WorkingDirectory there(dir.path());
+    EXPECT_FALSE(File::makeDirectory("a/b/ ", /*recursive=*/true));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_TRUE(File::isDirectory("a", /*followLinks=*/false));
+    EXPECT_FALSE(File::exists("a/b", /*followLinks=*/false));
+}
+
 TEST(FileTest, NewDirectoriesGetEveryPermissionThatTheUmaskLeaves) {
     for (const mode_t withheld : {027U, 0U}) {
         const ScratchDir dir;
@@ -469,11 +495,24 @@ TEST_P(FileCopyTest, GivesTheSameContent) {
 
 TEST(FileTest, ContentIsCopiedInStepsOf4096) {
     const ScratchDir dir;
-    const std::string source = dir.write("source", std::string(4097, 'x'));
-    const auto writes = [] { return Fault::calls(Call::write) + Fault::calls(Call::writev); };
-    const unsigned long before = writes();
+    const auto writesToCopy = [&](std::size_t size) {
+        const std::string source = dir.write("source", std::string(size, 'x'));
+        const auto writes = [] { return Fault::calls(Call::write) + Fault::calls(Call::writev); };
+        const unsigned long before = writes();
+        File::copy(source, dir / "copy");
+        return writes() - before;
+    };
+    EXPECT_EQ(writesToCopy(4097), 2U) << "steps are no longer";
+    EXPECT_EQ(writesToCopy(3 * 4096), 3U) << "steps are no shorter";
+}
+
+TEST(FileTest, ACopyIsClosedAfterItsSourceAndThenGetsItsPermissions) {
+    const ScratchDir dir;
+    const std::string source = dir.write("source", "held back until the closing");
+    const Trail trail({Call::fclose, Call::write, Call::chmod});
     File::copy(source, dir / "copy");
-    EXPECT_EQ(writes(), before + 2);
+    EXPECT_THAT(trail.ofParent(),
+                ElementsAre("fclose()", StartsWith("write("), "fclose()", "chmod()"));
 }
 
 TEST(FileTest, ACopyHasThePermissionBitsOfItsSource) {
@@ -498,6 +537,26 @@ TEST(FileTest, ACopyDoesNotHaveTheTimesOfItsSource) {
     ASSERT_EQ(stat((dir / "copy").c_str(), &copied), 0);
     EXPECT_GT(copied.st_atim.tv_sec, 2000);
     EXPECT_GT(copied.st_mtim.tv_sec, 2000);
+}
+
+// A file of somebody else's: root gives one away, others find one.
+std::string foreignFile(const ScratchDir& dir) {
+    const std::string file = dir.write("foreign", "content");
+    return chown(file.c_str(), 12345, 54321) == 0 ? file : "/etc/passwd";
+}
+
+TEST(FileTest, ACopyBelongsToWhoeverMadeIt) {
+    const ScratchDir dir;
+    const std::string source = foreignFile(dir);
+    struct stat original {};
+    ASSERT_EQ(stat(source.c_str(), &original), 0);
+    ASSERT_NE(original.st_uid, geteuid());
+    ASSERT_NE(original.st_gid, getegid());
+    File::copy(source, dir / "copy");
+    struct stat copied {};
+    ASSERT_EQ(stat((dir / "copy").c_str(), &copied), 0);
+    EXPECT_EQ(copied.st_uid, geteuid());
+    EXPECT_EQ(copied.st_gid, getegid());
 }
 
 TEST(FileTest, CopyingOverALongerFileLeavesNoneOfItsContent) {
@@ -655,6 +714,58 @@ TEST(FileTest, PermissionsThatCannotBeSetRemoveTheDestination) {
                 ThrowsMessage<IOException>("Could not set permissions for file '" + copy + "'"));
     EXPECT_FALSE(File::exists(copy, /*followLinks=*/false));
 }
+
+// The last allocation of a copy that fails is that of its message.
+TEST(FileTest, ACopyWithoutMemoryForItsMessageEndsTheProcessButRemovesTheDestination) {
+    const ScratchDir dir;
+    const std::string source = dir.write("source", "content");
+    const std::string copy = dir / "copy";
+    const unsigned long before = Fault::calls(Call::operator_new);
+    File::copy(source, copy);
+    const unsigned long ofACopy = Fault::calls(Call::operator_new) - before;
+    const pid_t process = fork();
+    if (process == 0) {
+        const Fault noChmod(Call::chmod, EPERM);
+        const Fault noMemory(Call::operator_new, 0, ofACopy + 1, Fault::fromThenOn);
+        try {
+            File::copy(source, copy);
+        } catch (...) {
+        }
+        _exit(0);
+    }
+    int status = 0;
+    ASSERT_EQ(waitpid(process, &status, 0), process);
+    ASSERT_TRUE(WIFSIGNALED(status));
+    EXPECT_EQ(WTERMSIG(status), SIGABRT);
+    EXPECT_FALSE(File::exists(copy, /*followLinks=*/false));
+}
+
+// AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that
+// are gone, and reports the next thread that uses the memory.
+#ifndef __SANITIZE_ADDRESS__
+TEST(FileTest, ACancelledCopyRemovesTheDestination) {
+    const ScratchDir dir;
+    const std::string source = dir / "source";
+    const std::string copy = dir.write("copy", "old");
+    ASSERT_EQ(mkfifo(source.c_str(), 0600), 0);
+    const std::set<int> before = openDescriptors();
+    const unsigned long reads = Fault::calls(Call::read);
+    std::promise<pthread_t> copying;
+    auto cancelled = std::async(std::launch::async, [&] {
+        return endsCancelled([&] {
+            copying.set_value(pthread_self());
+            File::copy(source, copy);
+        });
+    });
+    const int silent = open(source.c_str(), O_WRONLY);
+    while (Fault::calls(Call::read) == reads) std::this_thread::yield();
+    pthread_cancel(copying.get_future().get());
+    EXPECT_TRUE(cancelled.get());
+    close(silent);
+    EXPECT_FALSE(File::exists(copy, /*followLinks=*/false));
+    EXPECT_EQ(openDescriptors(), before);
+}
+#endif
 
 TEST(FileTest, AFailedRemovalAfterAFailedCopyChangesNothing) {
     const ScratchDir dir;
