@@ -60,13 +60,15 @@ BioPtr memorySink() {
     return allocated(BIO_new(BIO_s_mem()), "Could not allocate output memory BIO.");
 }
 
-// What a sink holds in the end. It is not wiped when the sink goes, which would take a twentieth of
-// the time and protect nothing: the caller gets a copy that stays.
-const BUF_MEM* finalContentOf(BIO* sink) {
+// Ends the writing to a sink: returns what it holds, which is not wiped when the sink goes. That
+// would take a twentieth of the time and protect nothing: the caller has the same bytes, or the
+// text that they were decoded from.
+const BUF_MEM* contentLeftUnwiped(BIO* sink) {
     BUF_MEM* content = nullptr;
     if (BIO_get_mem_ptr(sink, &content) != 1) {
         throw Exception("Could not get memory buffer from BIO.");
     }
+    // OpenSSL wipes `max` bytes when it frees the buffer.
     content->max = 0;
     return content;
 }
@@ -112,7 +114,7 @@ public:
         sink = memorySink();
         reserve(sink.get(), text.size() / 4 * 3);
         drain(chain, sink.get());
-        content = finalContentOf(sink.get());
+        content = contentLeftUnwiped(sink.get());
     }
 
     std::size_t size() const { return content->length; }
@@ -147,16 +149,31 @@ struct Md5 {
     static constexpr auto final = MD5_Final;
 };
 
-// Asks for the whole digest at once. OpenSSL 3 may refuse that, where it lacks memory or is set to
-// offer other algorithms only, but does not refuse the steps.
+// A digest in steps. Their results are not looked at, because none of them ever fails: OpenSSL 3
+// may refuse a whole digest, where it lacks memory or is set to offer other algorithms only, but
+// not these.
+template <class Algorithm>
+class Digester {
+public:
+    Digester() { (void)Algorithm::init(&context); }
+
+    void add(const void* data, std::size_t size) { (void)Algorithm::update(&context, data, size); }
+
+    // Writes the digest of all that was added: Algorithm::size bytes.
+    void finish(unsigned char* digest) { (void)Algorithm::final(digest, &context); }
+
+private:
+    typename Algorithm::Context context;
+};
+
+// Asks for the whole digest at once, and makes it in steps where that is refused.
 template <class Algorithm>
 Bytes digestOf(const Bytes& data) {
     unsigned char digest[Algorithm::size];
     if (Algorithm::digest(data.data(), data.size(), digest) == nullptr) {
-        typename Algorithm::Context context;
-        (void)Algorithm::init(&context);
-        (void)Algorithm::update(&context, data.data(), data.size());
-        (void)Algorithm::final(digest, &context);
+        Digester<Algorithm> digester;
+        digester.add(data.data(), data.size());
+        digester.finish(digest);
     }
     return Bytes(digest, digest + sizeof digest);
 }
@@ -173,19 +190,18 @@ std::FILE* openToRead(const std::string& path) {
 
 template <class Algorithm>
 Bytes digestOfFile(const std::string& path) {
-    typename Algorithm::Context context;
-    (void)Algorithm::init(&context);
+    Digester<Algorithm> digester;
     const std::unique_ptr<char[]> readAhead(new char[kReadAhead]);
     std::FILE* const file = openToRead(path);
     FileCloser closer(file);
     (void)std::setvbuf(file, readAhead.get(), _IOFBF, kReadAhead);
     unsigned char buffer[kFileStep];
     while (const std::size_t count = std::fread(buffer, 1, sizeof buffer, file)) {
-        (void)Algorithm::update(&context, buffer, count);
+        digester.add(buffer, count);
     }
     closer.close();
     Bytes digest(Algorithm::size);
-    (void)Algorithm::final(digest.data(), &context);
+    digester.finish(digest.data());
     return digest;
 }
 
@@ -248,16 +264,15 @@ Bytes decrypt(const Decoded& ciphertext, RSA* key) {
     return plaintext;
 }
 
-// Compares the digest at the end of `plaintext` with that of all before it. By the incremental
-// calls: OpenSSL 3 looks the algorithm up anew for each one-shot digest, which shows beside the
-// decryption of a block.
+// Compares the digest at the end of `plaintext` with that of all before it. In steps: OpenSSL 3
+// looks the algorithm up anew for each one-shot digest, which shows beside the decryption of a
+// block.
 void checkFinalDigest(const Bytes& plaintext) {
     const std::size_t covered = plaintext.size() - kDigestSize;
     unsigned char digest[kDigestSize];
-    SHA_CTX context;
-    (void)SHA1_Init(&context);
-    (void)SHA1_Update(&context, plaintext.data(), covered);
-    (void)SHA1_Final(digest, &context);
+    Digester<Sha1> digester;
+    digester.add(plaintext.data(), covered);
+    digester.finish(digest);
     if (std::memcmp(digest, plaintext.data() + covered, sizeof digest) != 0) {
         throw Exception("Authentication token message digest did not validate.");
     }
@@ -293,7 +308,7 @@ std::string CryptoUtil::base64Encode(const std::vector<unsigned char>& data) {
         BIO* const chain = BIO_push(filter.get(), sink.get());
         if (!writeAll(chain, data.data(), data.size())) throw Exception("Could not write to BIO.");
         if (BIO_flush(chain) != 1) throw Exception("Could not flush BIO.");
-        const BUF_MEM* const text = finalContentOf(sink.get());
+        const BUF_MEM* const text = contentLeftUnwiped(sink.get());
         return std::string(text->data, text->length);
     });
 }
