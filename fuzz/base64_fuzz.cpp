@@ -3,24 +3,25 @@
 #include <tarnutil/CryptoUtil.h>
 
 #include <cstdint>
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include <tarnutil/Exception.h>
+
+#include "require.h"
 
 using tarnutil::CryptoUtil;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     try {
         const std::string text(data, data + size);
-        if (CryptoUtil::base64Decode(text).size() > size / 4 * 3 + 3) std::abort();
+        require(CryptoUtil::base64Decode(text).size() <= size / 4 * 3 + 3);
     } catch (const tarnutil::Exception&) {
         // refused
     }
     const std::vector<unsigned char> bytes(data, data + size);
     const std::string text = CryptoUtil::base64Encode(bytes);
-    if (text.size() != (size + 2) / 3 * 4) std::abort();
-    if (CryptoUtil::base64Decode(text) != bytes) std::abort();
+    require(text.size() == (size + 2) / 3 * 4);
+    require(CryptoUtil::base64Decode(text) == bytes);
     return 0;
 }

@@ -7,12 +7,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdlib>
 #include <map>
 #include <string>
 #include <vector>
 
 #include <tarnutil/Exception.h>
+
+#include "require.h"
 
 namespace {
 
@@ -23,7 +24,7 @@ RSA* readKey() {
     BIO* const bio = BIO_new_file(TARNUTIL_FUZZ_KEY, "r");
     RSA* const key = PEM_read_bio_RSAPrivateKey(bio, nullptr, nullptr, nullptr);
     BIO_vfree(bio);
-    if (key == nullptr) std::abort();
+    require(key != nullptr);
     return key;
 }
 
@@ -33,10 +34,8 @@ std::string sealed(Bytes plaintext, RSA* key) {
     Bytes block(size), ciphertext;
     for (std::size_t at = 0; at < plaintext.size(); at += size - 11) {
         const std::size_t length = std::min(size - 11, plaintext.size() - at);
-        if (RSA_private_encrypt(static_cast<int>(length), plaintext.data() + at, block.data(), key,
-                                RSA_PKCS1_PADDING) != RSA_size(key)) {
-            std::abort();
-        }
+        require(RSA_private_encrypt(static_cast<int>(length), plaintext.data() + at, block.data(),
+                                    key, RSA_PKCS1_PADDING) == RSA_size(key));
         ciphertext.insert(ciphertext.end(), block.begin(), block.end());
     }
     return CryptoUtil::base64Encode(ciphertext);
@@ -55,7 +54,7 @@ void open(const std::string& token, RSA* key) {
     }
     CryptoUtil::decryptAuthToken(CryptoUtil::generateAuthToken(user, attributes, time, key),
                                  userAgain, attributesAgain, timeAgain, key);
-    if (user != userAgain || attributes != attributesAgain || time != timeAgain) std::abort();
+    require(user == userAgain && attributes == attributesAgain && time == timeAgain);
 }
 
 }  // namespace
