@@ -263,9 +263,6 @@ Block hexDigits(Block values) {
     return values + Block::of('0') + (isLetter & Block::of(kAfterNine));
 }
 
-// More than the text of any address needs.
-constexpr std::uint32_t kIpTextSize = 256;
-
 // The entries of a map in order, and the length of their text. Whoever goes through a map waits at
 // each node for where the next one is: from both ends at once, half as long. Knowing the length
 // saves growing the text.

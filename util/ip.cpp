@@ -13,9 +13,6 @@ using tarnutil::isIpv4;
 
 namespace {
 
-// More than any address, or address with a port, needs.
-constexpr std::size_t kTextSize = 256;
-
 constexpr int kMaxHostBits = 16;
 
 std::uint32_t ipv4_word(const ip_addr_t& addr) {
@@ -48,7 +45,7 @@ const char* ip_ntop_r(const ip_addr_t* addr, char* buf, std::uint32_t len) {
 }
 
 char* ip_ntop(const ip_addr_t* addr) {
-    static char text[kTextSize];
+    static char text[tarnutil::kIpTextSize];
     (void)ip_ntop_r(addr, text, sizeof text);
     return text;
 }
@@ -62,14 +59,14 @@ ip_addr_t* ip_pton(const char* text) {
 }
 
 int ip_nptop_r(const ip_addr_t* addr, unsigned port, char* buf, std::size_t size) {
-    char text[kTextSize];
+    char text[tarnutil::kIpTextSize];
     text[0] = '\0';
     (void)ip_ntop_r(addr, text, sizeof text);
     return print_with_port(*addr, text, port, buf, size);
 }
 
 char* ip_nptop(const ip_addr_t* addr, unsigned port) {
-    static char text[kTextSize];
+    static char text[tarnutil::kIpTextSize];
     (void)print_with_port(*addr, ip_ntop(addr), port, text, sizeof text);
     return text;
 }

@@ -36,6 +36,9 @@ inline void setIpv4(ip_addr_t& addr, std::uint32_t word) {
     std::memcpy(addr.bytes, halves, sizeof halves);
 }
 
+// More than the text of any address, or address with a port, needs.
+constexpr std::uint32_t kIpTextSize = 256;
+
 // As inet_ntop: nullptr and errno if `len` bytes do not hold the text.
 inline const char* printIp(const ip_addr_t& addr, char* buf, std::uint32_t len) {
     return isIpv4(addr) ? inet_ntop(AF_INET, ipv4Bytes(addr), buf, len)
