@@ -98,8 +98,8 @@ Ends membersAtEnds(std::string_view text, std::string_view chars) {
         inFirst = inFirst | (first == wanted);
         inLast = inLast | (last == wanted);
     }
-    const unsigned stopLeading = ~inFirst.bits();
-    const unsigned stopTrailing = ~(inLast.bits() << Block::size);
+    const unsigned stopLeading = ~inFirst.mask();
+    const unsigned stopTrailing = ~(inLast.mask() << Block::size);
     return {static_cast<unsigned>(__builtin_ctz(stopLeading)),
             static_cast<unsigned>(__builtin_clz(stopTrailing))};
 }
@@ -194,9 +194,9 @@ struct Normalizer {
     void add(Block bytes) {
         const Block fromTab = bytes - Block::of('\t');
         const Block space = (fromTab <= Block::of('\r' - '\t')) | (bytes == Block::of(' '));
-        const Block replaced = bytes.with(fromTab <= Block::of('\n' - '\t'), ' ');
+        const Block replaced = bytes.replacedWhere(fromTab <= Block::of('\n' - '\t'), ' ');
 
-        const unsigned spaces = space.bits();
+        const unsigned spaces = space.mask();
         const unsigned kept = ~(spaces & (spaces << 1 | unsigned{inRun}));
         inRun = (spaces >> (size - 1) & 1) != 0;
         out = writeKept(replaced.firstHalf(), kept, out);
@@ -325,7 +325,7 @@ std::string StringUtil::toHexString(const Bytes& bytes) {
     std::size_t at = 0;
     for (; at + Block::half <= bytes.size(); at += Block::half, out += Block::size) {
         const Block digits = Block::halfAt(bytes.data() + at);
-        hexDigits(Block::zip(digits.upperHalves(), digits & Block::of(0x0F))).storeTo(out);
+        hexDigits(Block::interleave(digits.highNibbles(), digits & Block::of(0x0F))).storeTo(out);
     }
     for (; at < bytes.size(); ++at) {
         *out++ = hexDigit(bytes[at] >> 4);

@@ -45,21 +45,21 @@ public:
         return sums.firstHalf() + sums.lastHalf();
     }
 
-    // The highest bit of each byte: that of the first is the lowest of the result.
-    unsigned bits() const { return static_cast<unsigned>(_mm_movemask_epi8(bytes)); }
+    // Bit i is the highest bit of byte i.
+    unsigned mask() const { return static_cast<unsigned>(_mm_movemask_epi8(bytes)); }
 
-    // By turns a byte of `a` and one of `b`, of the first eight of each.
-    static Block zip(Block a, Block b) { return Block(_mm_unpacklo_epi8(a.bytes, b.bytes)); }
+    // a0 b0 a1 b1 ...: the first eight bytes of each, interleaved.
+    static Block interleave(Block a, Block b) { return Block(_mm_unpacklo_epi8(a.bytes, b.bytes)); }
 
     // The upper four bits of each byte.
-    Block upperHalves() const { return Block(_mm_srli_epi16(bytes, 4)) & of(0x0F); }
+    Block highNibbles() const { return Block(_mm_srli_epi16(bytes, 4)) & of(0x0F); }
 
     // `byte` where `condition` holds, the own byte elsewhere.
-    Block with(Block condition, char byte) const {
+    Block replacedWhere(Block condition, char byte) const {
         return Block(_mm_andnot_si128(condition.bytes, bytes)) | (condition & of(byte));
     }
 
-    // Of numbers without a sign.
+    // Byte by byte, unsigned; + and - wrap around.
     friend Block operator<=(Block a, Block b) { return Block(_mm_min_epu8(a.bytes, b.bytes)) == a; }
     friend Block operator==(Block a, Block b) { return Block(_mm_cmpeq_epi8(a.bytes, b.bytes)); }
     friend Block operator|(Block a, Block b) { return Block(_mm_or_si128(a.bytes, b.bytes)); }
@@ -101,11 +101,11 @@ inline std::uint64_t placesOf(char wanted, std::string_view window) {
     std::uint64_t places = 0;
     std::size_t at = 0;
     for (; at + Block::size <= window.size(); at += Block::size) {
-        places |= std::uint64_t{(Block::at(window.data() + at) == all).bits()} << at;
+        places |= std::uint64_t{(Block::at(window.data() + at) == all).mask()} << at;
     }
     if (at + Block::half <= window.size()) {
-        const unsigned bits = (Block::halfAt(window.data() + at) == all).bits();
-        places |= std::uint64_t{bits & 0xFF} << at;
+        const unsigned mask = (Block::halfAt(window.data() + at) == all).mask();
+        places |= std::uint64_t{mask & 0xFF} << at;
         at += Block::half;
     }
     for (; at < window.size(); ++at) places |= std::uint64_t{window[at] == wanted} << at;
