@@ -22,7 +22,7 @@ struct PocoIdle : Poco::Runnable {
 };
 
 void ours() {
-    tarnutil::Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    tarnutil::Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
     thread.start();
     const std::unique_ptr<tarnutil::Runnable> back(thread.join());
 }

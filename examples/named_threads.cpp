@@ -33,7 +33,7 @@ void nameThread(void* name) {
 }
 
 std::string nameOfThreadCalled(char* name) {
-    Thread thread(std::make_unique<AskName>(), /*detached=*/false);
+    Thread thread(std::make_unique<AskName>(), /*startDetached=*/false);
     thread.setStartupHandler(nameThread, name);
     thread.start();
     const std::unique_ptr<Runnable> back(thread.join());

@@ -79,7 +79,7 @@ public:
         workers.reserve(size);  // a thread that runs needs its place
         for (std::size_t i = 0; i < size; ++i) {
             auto worker = std::make_unique<Worker>(queue);
-            auto thread = std::make_unique<Thread>(std::move(worker), /*detached=*/false);
+            auto thread = std::make_unique<Thread>(std::move(worker), /*startDetached=*/false);
             thread->start();
             workers.push_back(std::move(thread));
         }

@@ -25,7 +25,6 @@
 using tarnutil::Condition;
 using tarnutil::Mutex;
 using namespace tarnutil_test;
-using testing::HasSubstr;
 using testing::KilledBySignal;
 
 namespace {
@@ -122,16 +121,6 @@ TEST(ConditionTest, FailedDestructionAbortsAConditionThatWasToldTo) {
         const Condition condition(/*abort=*/true);
     };
     EXPECT_EXIT(destroy(), KilledBySignal(SIGABRT), testing::Eq(""));
-}
-
-TEST(ConditionTest, NoMemoryForTheMessageEndsTheProcess) {
-    const auto signalWithoutMemory = [] {
-        Condition condition(/*abort=*/false);
-        const Fault fault(Call::pthread_cond_signal, EINVAL);
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        condition.signal();
-    };
-    EXPECT_EXIT(signalWithoutMemory(), KilledBySignal(SIGABRT), HasSubstr("std::bad_alloc"));
 }
 
 // --- Waiting

@@ -251,16 +251,6 @@ TEST(ExecutorTest, NoMemoryForAnItemIsAFailure) {
     }
 }
 
-TEST(ExecutorTest, NoMemoryForTheTableOfThreadsEndsTheProcess) {
-    const auto executeWithoutMemory = [] {
-        Batch batch;
-        std::vector<Runnable*> runnables = batch.runnables();
-        const Fault fault(Call::operator_new);
-        Executor::execute(std::move(runnables), nullptr, nullptr, nullptr, nullptr);
-    };
-    EXPECT_EXIT(executeWithoutMemory(), KilledBySignal(SIGABRT), HasSubstr("std::bad_alloc"));
-}
-
 TEST(ExecutorTest, FailedJoinStillJoinsTheOthers) {
     for (std::size_t nth = 1; nth <= kSize; ++nth) {
         SCOPED_TRACE(nth);

@@ -22,7 +22,6 @@ using tarnutil::Mutex;
 using namespace tarnutil_test;
 using testing::ElementsAre;
 using testing::ExitedWithCode;
-using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::KilledBySignal;
 
@@ -177,16 +176,6 @@ TEST(MutexTest, DestroyingAHeldMutexThrowsNothing) {
 }
 #endif
 
-TEST(MutexTest, NoMemoryForTheMessageEndsTheProcess) {
-    const auto lockWithoutMemory = [] {
-        Mutex mutex(/*abort=*/false, Mutex::NORMAL);
-        const Fault fault(Call::pthread_mutex_lock, EINVAL);
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        mutex.lock();
-    };
-    EXPECT_EXIT(lockWithoutMemory(), KilledBySignal(SIGABRT), HasSubstr("std::bad_alloc"));
-}
-
 // --- Building
 // --------------------------------------------------------------------------------------
 
@@ -320,16 +309,6 @@ TEST(LockHolderTest, FailedReleaseAtItsEndIsDropped) {
         EXPECT_TRUE(fault.hasFired());
     }
     mutex.unlock();
-}
-
-TEST(LockHolderTest, FailedReleaseAtItsEndWithoutMemoryForItsMessageEndsTheProcess) {
-    const auto release = [] {
-        Mutex mutex(/*abort=*/false, Mutex::NORMAL);
-        const Fault fault(Call::pthread_mutex_unlock, EPERM);
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        const Mutex::LockHolder holder(mutex);
-    };
-    EXPECT_EXIT(release(), KilledBySignal(SIGABRT), HasSubstr("std::bad_alloc"));
 }
 
 TEST(LockHolderTest, FailedReleaseAtItsEndAbortsAMutexThatWasToldTo) {

@@ -325,7 +325,7 @@ TEST(ThreadTest, FailedCreationReturnsTheSameRunnableToTheNextStart) {
     Census census;
     auto work = census.runnable([] {});
     const Runnable* const original = work.get();
-    Thread thread(std::move(work), /*detached=*/false);
+    Thread thread(std::move(work), /*startDetached=*/false);
     {
         const Fault fault(Call::pthread_create, EAGAIN);
         EXPECT_EQ(thrown([&] { thread.start(); }), refused("Could not create pthread: ", EAGAIN));
@@ -379,7 +379,7 @@ TEST(ThreadTest, EmptyPointerIsRefused) {
 // What a child process does, as a thread of its own shows: see EXPECT_EXIT.
 void startIdleThread() {
     Census census;
-    Thread thread(census.runnable([] {}), /*detached=*/false);
+    Thread thread(census.runnable([] {}), /*startDetached=*/false);
     thread.start();
     joinAndDestroy(thread);
 }
@@ -389,7 +389,7 @@ TEST(ThreadTest, FailuresOfTheRecordsMutexAbort) {
                             Call::pthread_mutex_init}) {
         const auto startFails = [&] {
             Census census;
-            Thread thread(census.runnable([] {}), /*detached=*/false);
+            Thread thread(census.runnable([] {}), /*startDetached=*/false);
             const Fault fault(call, ENOMEM);
             thread.start();
         };
@@ -430,7 +430,7 @@ TEST(ThreadTest, FailuresOfTheRecordsMutexAbortDetach) {
 TEST(ThreadTest, FailuresOfTheRecordsMutexAbortAtTheEndOfTheWork) {
     for (const Call call : kReleasing) {
         const auto endFails = [&] {
-            Thread thread(std::make_unique<Idle>(), /*detached=*/true);
+            Thread thread(std::make_unique<Idle>(), /*startDetached=*/true);
             const Fault fault(call, EINVAL);
             thread.start();
             alarm(30);  // its signal is not the one expected
@@ -438,16 +438,6 @@ TEST(ThreadTest, FailuresOfTheRecordsMutexAbortAtTheEndOfTheWork) {
         };
         EXPECT_EXIT(endFails(), KilledBySignal(SIGABRT), testing::Eq("")) << name(call);
     }
-}
-
-TEST(ThreadTest, NoMemoryForTheRecordEndsTheProcess) {
-    const auto startFails = [] {
-        Census census;
-        Thread thread(census.runnable([] {}), /*detached=*/false);
-        const Fault noMemory(Call::operator_new);
-        thread.start();
-    };
-    EXPECT_EXIT(startFails(), KilledBySignal(SIGABRT), HasSubstr("std::bad_alloc"));
 }
 
 // --- The work and its callbacks
@@ -458,7 +448,7 @@ TEST(ThreadTest, JoinReturnsTheRunnableThatRan) {
     std::thread::id runner;
     auto work = census.runnable([&] { runner = std::this_thread::get_id(); });
     const Runnable* const original = work.get();
-    Thread thread(std::move(work), /*detached=*/false);
+    Thread thread(std::move(work), /*startDetached=*/false);
     EXPECT_EQ(work, nullptr);
     thread.start();
     const std::unique_ptr<Runnable> back(thread.join());
@@ -480,7 +470,7 @@ void* step(const char* name) { return const_cast<char*>(name); }
 std::vector<std::string> stepsOf(void (*startup)(void*), void (*cleanup)(void*)) {
     steps.clear();
     Census census;
-    Thread thread(census.runnable([] { steps.push_back("run"); }), /*detached=*/false);
+    Thread thread(census.runnable([] { steps.push_back("run"); }), /*startDetached=*/false);
     thread.setStartupHandler(startup, step("startup"));
     thread.setCleanupHandler(cleanup, step("cleanup"));
     thread.start();
@@ -502,7 +492,7 @@ TEST(ThreadTest, WhatACallbackThrowsIsDropped) {
 
 TEST(ThreadTest, CallbacksSetAfterAFailedStartCountFromTheNext) {
     steps.clear();
-    Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
     thread.setStartupHandler(note, step("startup of the failed start"));
     thread.setCleanupHandler(note, step("cleanup of the failed start"));
     {
@@ -518,7 +508,7 @@ TEST(ThreadTest, CallbacksSetAfterAFailedStartCountFromTheNext) {
 
 TEST(ThreadTest, NullTakesACallbackAwayAgain) {
     steps.clear();
-    Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
     thread.setStartupHandler(note, step("startup"));
     thread.setCleanupHandler(note, step("cleanup"));
     thread.setStartupHandler(nullptr, step("startup"));
@@ -533,7 +523,7 @@ void passGate(void* gate) { static_cast<Gate*>(gate)->pass(); }
 TEST(ThreadTest, CallbacksComeBeforeTheExitAndHoldNoMutex) {
     for (const auto setHandler : {&Thread::setStartupHandler, &Thread::setCleanupHandler}) {
         Gate gate;
-        Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+        Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
         (thread.*setHandler)(passGate, &gate);
         const Trail trail({Call::pthread_mutex_lock});
         thread.start();
@@ -588,7 +578,7 @@ void keepThread(void* id) { *static_cast<std::thread::id*>(id) = std::this_threa
 TEST(ThreadTest, CallbacksRunOnTheNewThread) {
     Census census;
     std::thread::id startup, run, cleanup;
-    Thread thread(census.runnable([&] { keepThread(&run); }), /*detached=*/false);
+    Thread thread(census.runnable([&] { keepThread(&run); }), /*startDetached=*/false);
     thread.setStartupHandler(keepThread, &startup);
     thread.setCleanupHandler(keepThread, &cleanup);
     thread.start();
@@ -612,7 +602,7 @@ TEST(ThreadTest, ExceptionOfTheWorkEndsTheProcess) {
     const auto runThrowing = [] {
         Census census;
         Thread thread(census.runnable([] { throw std::runtime_error("out of run"); }),
-                      /*detached=*/false);
+                      /*startDetached=*/false);
         thread.start();
         joinAndDestroy(thread);
     };
@@ -659,7 +649,7 @@ TEST(ThreadTest, ThreadThatEndedOtherwiseHasNotExitedAndReturnsItsRunnable) {
             end();
         });
         const Runnable* const original = work.get();
-        Thread thread(std::move(work), /*detached=*/false);
+        Thread thread(std::move(work), /*startDetached=*/false);
         thread.start();
         EXPECT_TRUE(comesTrue([] { return gone.load(); }));
         EXPECT_FALSE(thread.getHasExited());
@@ -690,7 +680,7 @@ TEST(ThreadTest, CancelledJoinCanBeTriedAgain) {
 TEST(ThreadTest, ThreadThatWasNeverStartedDestroysItsRunnable) {
     Census census;
     {
-        const Thread thread(census.runnable([] {}), /*detached=*/false);
+        const Thread thread(census.runnable([] {}), /*startDetached=*/false);
     }
     EXPECT_EQ(census.destroyed(), 1);
 }
@@ -758,7 +748,7 @@ TEST(ThreadTest, RunnableIsDestroyedBeforeTheMutexAndWhileItIsFree) {
 }
 
 TEST(ThreadTest, EndOfTheWorkAndDetachEachPassTheMutexOnce) {
-    Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
     {
         const Trail trail({Call::pthread_mutex_lock, Call::pthread_mutex_unlock,
                            Call::pthread_mutex_destroy, Call::pthread_mutexattr_settype});
@@ -778,7 +768,7 @@ TEST(ThreadTest, EndOfTheWorkAndDetachEachPassTheMutexOnce) {
 }
 
 TEST(ThreadTest, JoinedThreadIsNotAskedAgain) {
-    Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+    Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
     thread.start();
     joinAndDestroy(thread);
     const unsigned long before = Fault::calls(Call::pthread_mutex_lock);
@@ -795,7 +785,7 @@ TEST(ThreadTest, DestroyedThreadNeitherStopsNorJoins) {
             opener.get_future().wait();
             _exit(0);
         }),
-                                               /*detached=*/false);
+                                               /*startDetached=*/false);
         thread->start();
         thread.reset();
         if (census->destroyed() != 0) _exit(1);
@@ -819,7 +809,7 @@ TEST(ThreadTest, EndOfTheWorkPassesTheMutexBeforeItLeavesItsMark) {
     static Thread* asked = nullptr;
     const auto endFails = [](Call call) {
         Gate gate;
-        Thread thread(std::make_unique<Idle>(), /*detached=*/false);
+        Thread thread(std::make_unique<Idle>(), /*startDetached=*/false);
         thread.setStartupHandler(passGate, &gate);
         thread.start();
         gate.awaitArrival();
@@ -858,7 +848,7 @@ TEST(ThreadTest, DetachPassesTheMutexBeforeItLeavesItsMark) {
     static Gate gate;
     static std::atomic<bool> destroyed{false};
     const auto detachFails = [](Call call) {
-        Thread thread(std::make_unique<Lasting>(gate, destroyed), /*detached=*/false);
+        Thread thread(std::make_unique<Lasting>(gate, destroyed), /*startDetached=*/false);
         thread.start();
         gate.awaitArrival();
         std::signal(SIGABRT, [](int) {
@@ -959,7 +949,7 @@ TEST(ThreadStressTest, EndOfTheWorkMayCrossDetach) {
     const long mutexes = mutexesAlive();
     for (int i = 1; i <= kCrossings; ++i) {
         auto* const crossing = new Crossing(crossings, random() % 100);
-        Thread thread(std::unique_ptr<Runnable>(crossing), /*detached=*/false);
+        Thread thread(std::unique_ptr<Runnable>(crossing), /*startDetached=*/false);
         thread.start();
         crossing->letGo();
         spin(patience + random() % 100);

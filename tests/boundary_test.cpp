@@ -9,7 +9,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <map>
 #include <memory>
+#include <ostream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -27,6 +29,7 @@
 #include <tarnutil/Thread.h>
 #include <tarnutil/TmpFile.h>
 
+#include "cancelled.h"
 #include "fault.h"
 
 using namespace tarnutil;
@@ -57,21 +60,8 @@ void cancelThisThread() {
     pthread_testcancel();
 }
 
-// The result of a thread that does `work` and then ends with null.
-void* resultOfThread(void* (*work)(void*)) {
-    pthread_t thread;
-    void* result = nullptr;
-    EXPECT_EQ(pthread_create(&thread, nullptr, work, nullptr), 0);
-    EXPECT_EQ(pthread_join(thread, &result), 0);
-    return result;
-}
-
 TEST(AdmitOnlyTest, LetsCancellationOfTheThreadThrough) {
-    const auto cancelInside = [](void*) -> void* {
-        admitOnly<Exception>(cancelThisThread);
-        return nullptr;
-    };
-    EXPECT_EQ(resultOfThread(cancelInside), PTHREAD_CANCELED);
+    EXPECT_TRUE(endsCancelled([] { admitOnly<Exception>(cancelThisThread); }));
 }
 
 TEST(DropExceptionsTest, DropsWhateverIsThrown) {
@@ -83,47 +73,53 @@ TEST(DropExceptionsTest, DropsWhateverIsThrown) {
 }
 
 TEST(DropExceptionsTest, LetsCancellationOfTheThreadThrough) {
-    const auto cancelInside = [](void*) -> void* {
-        dropExceptions(cancelThisThread);
-        return nullptr;
-    };
-    EXPECT_EQ(resultOfThread(cancelInside), PTHREAD_CANCELED);
+    EXPECT_TRUE(endsCancelled([] { dropExceptions(cancelThisThread); }));
 }
 
-struct BoundaryCase {
-    const char* operation;
-    void (*run)();
-};
-
-// Each allocates on its own while an allocation fails.
-const std::string kLongPath(200, 'x');
-
-// Made before memory runs out: what a batch takes by value is the caller's to allocate.
-std::vector<Runnable*> prepared_batch(1);
-
-const std::vector<unsigned char> kBytes(100, 'x');
-
-void createBelowALongPath() {
-    setenv("TMPDIR", kLongPath.c_str(), /*overwrite=*/1);
-    TmpFile().create(/*directory=*/true);
-}
-
+// What the operations are given is made before memory runs out; also what they take by value, which
+// is the caller's to allocate.
 class Idle : public Runnable {
 public:
     void run() override {}
 };
+Thread prepared_thread(std::make_unique<Idle>(), /*startDetached=*/false);
+std::vector<Runnable*> prepared_batch(1);
 
-Thread prepared_thread(std::unique_ptr<Runnable>(new Idle), /*startDetached=*/false);
+const std::string kLongPath = "/no/such/" + std::string(200, 'x');
+const std::vector<unsigned char> kBytes(100, 'x');
+std::vector<unsigned char> prepared_bytes = kBytes;
+std::vector<unsigned char> prepared_empty;
+std::vector<unsigned char> prepared_field = [] {  // of 100 bytes
+    std::vector<unsigned char> field(104, 'x');
+    field[0] = 100;
+    field[1] = field[2] = field[3] = 0;
+    return field;
+}();
+std::string prepared_base64(100, 'A');
+std::map<std::string, std::string> prepared_attributes;
+const std::vector<std::string> kArguments = {"true"};
 
 void buildNoMutex() {
     const Fault fault(Call::pthread_mutex_init, ENOMEM);
     const Mutex mutex(/*abort=*/false, Mutex::NORMAL);
 }
 
+void lockInVain() {
+    Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+    const Fault fault(Call::pthread_mutex_lock, EINVAL);
+    mutex.lock();
+}
+
 void tryInVain() {
     Mutex mutex(/*abort=*/false, Mutex::NORMAL);
     const Fault fault(Call::pthread_mutex_trylock, EINVAL);
     if (mutex.tryLock()) mutex.unlock();
+}
+
+void endWithoutARelease() {
+    Mutex mutex(/*abort=*/false, Mutex::NORMAL);
+    const Fault fault(Call::pthread_mutex_unlock, EPERM);
+    const Mutex::LockHolder holder(mutex);
 }
 
 void buildNoCondition() {
@@ -159,17 +155,6 @@ void waitForADeadlineInVain() {
     (void)condition.timedWait(mutex, 0);
 }
 
-// A field of 100 bytes, and what else the operations are given, made before memory runs out too.
-std::vector<unsigned char> prepared_field = [] {
-    std::vector<unsigned char> field(104, 'x');
-    field[0] = 100;
-    field[1] = field[2] = field[3] = 0;
-    return field;
-}();
-std::vector<unsigned char> prepared_bytes = kBytes;
-std::vector<unsigned char> prepared_empty;
-std::string prepared_base64(100, 'A');
-
 void readALongString() {
     unsigned char* cursor = prepared_field.data();
     unsigned long remaining = prepared_field.size();
@@ -182,11 +167,36 @@ void readAnIntegerOfThreeBytes() {
     (void)CryptoUtil::getUInt32T(cursor, remaining);
 }
 
+// Without getting as far as the key.
+void openAnEmptyToken() {
+    std::string user;
+    long timestamp = 0;
+    CryptoUtil::decryptAuthToken("", user, prepared_attributes, timestamp, nullptr);
+}
+
+void createBelowALongPath() {
+    setenv("TMPDIR", kLongPath.c_str(), /*overwrite=*/1);
+    TmpFile().create(/*directory=*/true);
+}
+
+void openNoPipe() {
+    const Fault fault(Call::pipe, EMFILE);
+    Pipe().open();
+}
+
 void forkInVain() {
-    ProcessExecutor child("");
+    ProcessExecutor child("/bin/true");
+    const char* argv[] = {"true", nullptr};
     const Fault fault(Call::fork, EAGAIN);
-    const char* argv[] = {nullptr};
     child.exec(argv);
+}
+
+void waitForAChildInVain() {
+    ProcessExecutor child("/bin/true");
+    const char* argv[] = {"true", nullptr};
+    child.exec(argv);
+    const Fault fault(Call::waitpid, ECHILD);
+    (void)child.wait();
 }
 
 void signalAChildInVain() {
@@ -197,45 +207,63 @@ void signalAChildInVain() {
     child.kill(SIGTERM);
 }
 
+struct BoundaryCase {
+    const char* operation;
+    void (*run)();
+};
+std::ostream& operator<<(std::ostream& out, const BoundaryCase& row) {
+    return out << row.operation;
+}
+
+// Each allocates on its own account, if only for the message of what fails in it.
 const BoundaryCase kBoundaryCases[] = {
-    {"Mutex", buildNoMutex},
-    {"Mutex::tryLock", tryInVain},
-    {"Mutex::unlock", [] { Mutex(/*abortOnError=*/false, Mutex::ERRORCHECK).unlock(); }},
-    {"Condition", buildNoCondition},
-    {"Condition::signal", signalInVain},
-    {"Condition::broadcast", broadcastInVain},
-    {"Condition::wait", waitInVain},
-    {"Condition::timedWait", waitForADeadlineInVain},
-    {"Thread", [] { const Thread thread(nullptr, /*detached=*/false); }},
-    {"Thread::getHasExited", [] { (void)prepared_thread.getHasExited(); }},
-    {"Thread::join", [] { (void)prepared_thread.join(); }},
-    {"Thread::detach", [] { prepared_thread.detach(); }},
-    {"Executor::execute",
-     [] { Executor::execute(std::move(prepared_batch), nullptr, nullptr, nullptr, nullptr); }},
-    {"CryptoUtil::base64Encode", [] { (void)CryptoUtil::base64Encode(kBytes); }},
-    {"CryptoUtil::computeSha1Digest", [] { (void)CryptoUtil::computeSha1Digest(kLongPath); }},
-    {"CryptoUtil::computeSha1Digest of bytes",
-     [] { (void)CryptoUtil::computeSha1Digest(prepared_bytes); }},
-    {"CryptoUtil::computeMd5Digest", [] { (void)CryptoUtil::computeMd5Digest(kLongPath); }},
-    {"CryptoUtil::computeMd5Digest of bytes",
-     [] { (void)CryptoUtil::computeMd5Digest(prepared_bytes); }},
-    {"CryptoUtil::base64Decode",
-     [] { (void)CryptoUtil::base64Decode(std::move(prepared_base64)); }},
-    {"CryptoUtil::getString", readALongString},
-    {"CryptoUtil::getUInt32T", readAnIntegerOfThreeBytes},
-    {"CryptoUtil::insertUInt32T", [] { CryptoUtil::insertUInt32T(prepared_empty, 1); }},
-    {"CryptoUtil::insertHash", [] { CryptoUtil::insertHash(prepared_bytes); }},
-    {"TmpFile::create", createBelowALongPath},
-    {"Pipe::substitute", [] { Pipe().substitute(-1, Pipe::READ); }},
-    {"ProcessExecutor::exec", [] { ProcessExecutor("").exec(std::vector<std::string>()); }},
-    {"ProcessExecutor::exec of pointers", forkInVain},
-    {"ProcessExecutor::kill", signalAChildInVain},
-    {"File::removeFile", [] { File::removeFile(kLongPath); }},
-    {"File::getFileSize", [] { (void)File::getFileSize(kLongPath); }},
-    {"File::getAllocatedFileSize", [] { (void)File::getAllocatedFileSize(kLongPath); }},
-    {"File::copy", [] { File::copy(kLongPath, kLongPath); }},
-    {"StringUtil::stringToIp", [] { (void)StringUtil::stringToIp(kLongPath); }},
-    {"StringUtil::ipToString", [] { (void)StringUtil::ipToString(ip_addr_t{}); }},
+    // clang-format off
+    // operation                               run without memory
+    {"Mutex",                                  buildNoMutex},
+    {"Mutex::lock",                            lockInVain},
+    {"Mutex::tryLock",                         tryInVain},
+    {"Mutex::unlock",                          [] { Mutex(/*abort=*/false, Mutex::ERRORCHECK).unlock(); }},
+    {"Mutex::LockHolder::~LockHolder",         endWithoutARelease},
+    {"Condition",                              buildNoCondition},
+    {"Condition::signal",                      signalInVain},
+    {"Condition::broadcast",                   broadcastInVain},
+    {"Condition::wait",                        waitInVain},
+    {"Condition::timedWait",                   waitForADeadlineInVain},
+    {"Thread",                                 [] { const Thread thread(nullptr, /*startDetached=*/false); }},
+    {"Thread::start",                          [] { prepared_thread.start(); }},
+    {"Thread::getHasExited",                   [] { (void)prepared_thread.getHasExited(); }},
+    {"Thread::join",                           [] { (void)prepared_thread.join(); }},
+    {"Thread::detach",                         [] { prepared_thread.detach(); }},
+    {"Executor::execute",                      [] { Executor::execute(std::move(prepared_batch), nullptr, nullptr, nullptr, nullptr); }},
+    {"CryptoUtil::base64Encode",               [] { (void)CryptoUtil::base64Encode(kBytes); }},
+    {"CryptoUtil::base64Decode",               [] { (void)CryptoUtil::base64Decode(std::move(prepared_base64)); }},
+    {"CryptoUtil::computeSha1Digest",          [] { (void)CryptoUtil::computeSha1Digest(kLongPath); }},
+    {"CryptoUtil::computeSha1Digest of bytes", [] { (void)CryptoUtil::computeSha1Digest(prepared_bytes); }},
+    {"CryptoUtil::computeMd5Digest",           [] { (void)CryptoUtil::computeMd5Digest(kLongPath); }},
+    {"CryptoUtil::computeMd5Digest of bytes",  [] { (void)CryptoUtil::computeMd5Digest(prepared_bytes); }},
+    {"CryptoUtil::getString",                  readALongString},
+    {"CryptoUtil::getUInt32T",                 readAnIntegerOfThreeBytes},
+    {"CryptoUtil::insertUInt32T",              [] { CryptoUtil::insertUInt32T(prepared_empty, 1); }},
+    {"CryptoUtil::insertString",               [] { CryptoUtil::insertString(prepared_bytes, kLongPath); }},
+    {"CryptoUtil::insertHash",                 [] { CryptoUtil::insertHash(prepared_bytes); }},
+    {"CryptoUtil::generateAuthToken",          [] { (void)CryptoUtil::generateAuthToken(kLongPath, prepared_attributes, 1, nullptr); }},
+    {"CryptoUtil::generateAuthToken of now",   [] { (void)CryptoUtil::generateAuthToken(kLongPath, prepared_attributes, nullptr); }},
+    {"CryptoUtil::decryptAuthToken",           openAnEmptyToken},
+    {"File::removeFile",                       [] { File::removeFile(kLongPath); }},
+    {"File::getFileSize",                      [] { (void)File::getFileSize(kLongPath); }},
+    {"File::getAllocatedFileSize",             [] { (void)File::getAllocatedFileSize(kLongPath); }},
+    {"File::copy",                             [] { File::copy(kLongPath, kLongPath); }},
+    {"File::makeDirectory",                    [] { (void)File::makeDirectory(kLongPath, /*recursive=*/true); }},
+    {"TmpFile::create",                        createBelowALongPath},
+    {"Pipe::open",                             openNoPipe},
+    {"Pipe::substitute",                       [] { Pipe().substitute(-1, Pipe::READ); }},
+    {"ProcessExecutor::exec",                  forkInVain},
+    {"ProcessExecutor::exec of texts",         [] { ProcessExecutor("/bin/true").exec(kArguments); }},
+    {"ProcessExecutor::wait",                  waitForAChildInVain},
+    {"ProcessExecutor::kill",                  signalAChildInVain},
+    {"StringUtil::stringToIp",                 [] { (void)StringUtil::stringToIp(kLongPath); }},
+    {"StringUtil::ipToString",                 [] { (void)StringUtil::ipToString(ip_addr_t{}); }},
+    // clang-format on
 };
 
 class BoundaryDeathTest : public testing::TestWithParam<BoundaryCase> {};
@@ -246,5 +274,6 @@ TEST_P(BoundaryDeathTest, FailedAllocationEndsTheProcess) {
         const Fault fault(Call::operator_new, 0, 1, Fault::fromThenOn);
         GetParam().run();
     };
-    EXPECT_EXIT(runWithoutMemory(), testing::KilledBySignal(SIGABRT), "") << GetParam().operation;
+    EXPECT_EXIT(runWithoutMemory(), testing::KilledBySignal(SIGABRT),
+                testing::HasSubstr("std::bad_alloc"));
 }
