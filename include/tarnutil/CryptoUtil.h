@@ -2,8 +2,10 @@
 // Base64, SHA-1 and MD5 digests, a codec of length-prefixed fields, and the authentication token
 // that is built from them. docs/token.md describes the token's format.
 //
-// Errors:  every failure throws tarnutil::Exception, and nothing else leaves: want of memory ends
-//          the process. OpenSSL's error queue is neither read nor cleared.
+// Errors:  every failure throws tarnutil::Exception, and nothing else leaves. A failed allocation
+//          ends the process (std::terminate). Inside OpenSSL it throws the sentence of the step
+//          that fails for it. OpenSSL's error queue is neither read nor cleared: it keeps what
+//          OpenSSL queued for a failed RSA call.
 // Threads: any thread may call any function. An RSA key may be used by several threads at once as
 //          far as OpenSSL allows it: no lock is taken around it.
 #ifndef TARNUTIL_CRYPTOUTIL_H
@@ -27,12 +29,14 @@ public:
     // needed, no line breaks.
     //
     // Throws "Could not allocate base64 BIO.", "Could not allocate output memory BIO.",
-    // "Could not write to BIO.", "Could not flush BIO." or "Could not get memory buffer from BIO.".
+    // "Could not write to BIO." (also for more than INT_MAX bytes), "Could not flush BIO." or
+    // "Could not get memory buffer from BIO.".
     static std::string base64Encode(const std::vector<unsigned char>& data);
 
     // Returns the bytes that the base64 `text` stands for. The text has to be one line and is not
     // trimmed: whatever in it is no base64, a line break included, is handled as OpenSSL's decoder
-    // handles it, which mostly ends the result early without an error.
+    // handles it, which mostly ends the result early without an error. Its length is taken as an
+    // int: give no more than INT_MAX bytes.
     //
     // Throws "Could not allocate base64 BIO.", "Could not allocate input memory buffer BIO.",
     // "Could not allocate output memory BIO.", "Could not read from BIO." or
@@ -75,9 +79,11 @@ public:
     // private `key` can make and every holder of its public key can read. `timestamp` is in seconds
     // since the epoch; its low 32 bits are kept. The second form takes the current time.
     //
-    // Names and values may hold any bytes, but a "=" in a name ends the name on the other side. The
-    // key is borrowed and has to hold the private part.
-    // Throws "Could not RSA encrypt authentication token." or what base64Encode throws.
+    // Names and values may hold any bytes, but a "=" in a name ends the name on the other side.
+    // `key` is borrowed, must not be null and has to hold the private part.
+    //
+    // Throws "Could not RSA encrypt authentication token." (also for a key of 11 bytes or fewer,
+    // which the padding alone would fill) or what base64Encode throws.
     static std::string generateAuthToken(const std::string& user,
                                          const std::map<std::string, std::string>& attributes,
                                          long timestamp, rsa_st* key);
@@ -85,15 +91,17 @@ public:
                                          const std::map<std::string, std::string>& attributes,
                                          rsa_st* key);
 
-    // Opens a token with the public `key`, which is borrowed. How old a token may be is for the
-    // caller to decide: compare `timestamp`, which comes back between 0 and 4294967295.
+    // Opens a token with the public `key`, which is borrowed and must not be null. How old a token
+    // may be is for the caller to decide: compare `timestamp`, which comes back between 0 and
+    // 4294967295.
     //
     // `attributes` is replaced, or left as it is if the token ends behind the user name: such short
-    // tokens are valid, so clear the map before the call. An attribute that comes twice has its
-    // last value.
+    // tokens are valid, so clear the map before the call. An entry without "=" is a name with an
+    // empty value, an attribute that comes twice has its last value, and bytes behind the last
+    // entry are ignored.
     //
     // Throws "Could not RSA decrypt authentication token." (also for data that is no whole number
-    // of blocks), "Not enough data in authentication token.",
+    // of blocks, and for a key of 11 bytes or fewer), "Not enough data in authentication token.",
     // "Authentication token message digest did not validate." or what base64Decode throws.
     // The results are written in the order timestamp, user, attributes, each once it was read: a
     // failure after the digest was found good can leave the first of them written.

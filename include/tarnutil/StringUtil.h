@@ -5,9 +5,9 @@
 // Strings are bytes: no encoding is assumed, zero bytes are bytes like others, and white space is
 // what isspace() knows in the "C" locale, except where a comment says otherwise.
 //
-// Errors:  stringToIp and ipToString throw tarnutil::Exception and nothing else: a failed
-//          allocation in them ends the process. All others fail only for want of memory, with the
-//          standard allocation exception.
+// Errors:  stringToIp and ipToString throw tarnutil::Exception and nothing else. In these two:
+//          A failed allocation ends the process (std::terminate). In all others nothing else can
+//          fail: A failed allocation throws std::bad_alloc.
 // Threads: re-entrant; only the arguments are touched.
 #ifndef TARNUTIL_STRINGUTIL_H
 #define TARNUTIL_STRINGUTIL_H
@@ -40,8 +40,8 @@ public:
     // becomes a space (a carriage return, vertical tab or form feed stays). Neither end is trimmed.
     static std::string normalize(const std::string& text);
 
-    // Whether isspace(), in the current locale of the process, holds for both bytes, each taken as
-    // a signed char.
+    // Whether isspace() holds for both bytes, each taken as a signed char, in the locale that the
+    // calling thread was given by uselocale(), or else in that of the process.
     static bool bothWhitespace(char a, char b);
 
     // Appends the pieces between separators to `out`, which is not cleared first. Neighbouring
@@ -113,7 +113,8 @@ public:
     void shell_escape();
 
     // Puts a backslash in front of each of . ^ $ * + ? ( ) [ { \ | but not of the closing ] and }:
-    // in ECMAScript, POSIX extended and Perl expressions the text then stands for itself.
+    // in ECMAScript, POSIX extended and Perl expressions without the flags u, v and x the text then
+    // stands for itself. (ECMAScript's u and v refuse a lone ] or }, Perl's x skips blanks and #.)
     void regex_escape();
 };
 

@@ -53,8 +53,9 @@ TARNUTIL_API char* ip_nptop(const ip_addr_t* addr, unsigned port);
 /* Lists every address of an IPv4 network, its network and broadcast addresses included.
  *
  * Of `*mask` only the last four bytes count, and its one bits need not be contiguous. The host bits
- * that it leaves are cleared in `*network`, then counted through with the byte of lower address
- * running fastest: 10.0.0.0 with mask 255.255.0.0 lists 10.0.0.0, 10.0.1.0, 10.0.2.0, ...
+ * that it leaves are cleared in `*network`, then counted through: of the bytes the one of lower
+ * address runs fastest, within a byte its lowest host bit, whether or not the bits are contiguous.
+ * 10.0.0.0 with mask 255.255.0.0 lists 10.0.0.0, 10.0.1.0, 10.0.2.0, ...
  *
  * Returns `*count` records that the caller releases with free(); NULL if an argument is NULL, the
  * network or the mask is 0.0.0.0, the network is not IPv4, the mask leaves more than 16 host bits,
