@@ -85,6 +85,8 @@ const IssuerCase kIssuerOfLeaf[] = {
     {"damage ends the search",                 {"cut_short.pem", "issuing.pem"},    0},
     {"a key before the issuer is skipped",     {"rsa.pem", "issuing.pem"},          1},
     {"a chain without the issuer",             {"policy.pem", "root.pem"},          0},
+    {"a namesake, then the issuer",            {"namesake.pem", "issuing.pem"},     1},
+    {"a namesake alone",                       {"namesake.pem"},                    0},
     {"an empty file",                          {},                                  0},
 };
 const IssuerCase kOwnIssuer[] = {
@@ -93,6 +95,9 @@ const IssuerCase kOwnIssuer[] = {
     {"a leaf and its issuer",                  {"leaf.pem", "issuing.pem"},         1},
     {"a leaf, its issuer last",                {"leaf.pem", "policy.pem", "issuing.pem"}, 1},
     {"a leaf and a stranger",                  {"leaf.pem", "unrelated.pem"},       0},
+    {"a leaf, its issuer behind a namesake",   {"leaf.pem", "namesake.pem", "issuing.pem"}, 1},
+    {"a leaf and a namesake of its issuer",    {"leaf.pem", "namesake.pem"},        0},
+    {"a forged leaf and the issuer it names",  {"forged.pem", "issuing.pem"},       0},
     {"a self-signed one alone is not compared", {"root.pem"},                       0},
     {"a self-signed one twice is its issuer",  {"root.pem", "root.pem"},            1},
     {"DER never does for a chain",             {"leaf.der", "issuing.der"},         -1},
@@ -115,6 +120,17 @@ TEST(ContainIssuerTest, FindsTheIssuerOfACertificate) {
             << row.says;
         ERR_clear_error();
     }
+}
+
+// The name of its issuer and no key identifier, but another's signature.
+TEST(ContainIssuerTest, AForgedCertificateHasNoIssuer) {
+    const X509Ptr forged = certificate("forged.pem");
+    const std::string chain = material("chain.pem");
+    ASSERT_EQ(X509_check_issued(certificate("issuing.pem").get(), forged.get()), X509_V_OK);
+    EXPECT_EQ(TARNSSL_cert_contain_issuer_of(chain.c_str(), forged.get()), 0);
+    const std::string namesake = material("namesake.pem");
+    EXPECT_EQ(TARNSSL_cert_contain_issuer_of(namesake.c_str(), forged.get()), 1);
+    ERR_clear_error();
 }
 
 TEST(ContainIssuerTest, RefusesAMissingFileAndAMissingSubject) {
@@ -160,6 +176,14 @@ const OcspCase kOcspCases[] = {
                                                                         {Method::ocsp, uri("http://b/")}})},     "http://b/"},
     {"the first of two",                          {authorityInfoAccess({{Method::ocsp, uri("http://a/")},
                                                                         {Method::ocsp, uri("http://b/")}})},     "http://a/"},
+    {"behind where the issuer is fetched",        {authorityInfoAccess({{Method::caIssuers, uri("http://a/")},
+                                                                        {Method::ocsp, uri("http://b/")}})},     "http://b/"},
+    {"behind a location that is no URI",          {authorityInfoAccess({{Method::ocsp, dns("http://a/")},
+                                                                        {Method::ocsp, uri("http://b/")}})},     "http://b/"},
+    {"behind 6 bytes",                            {authorityInfoAccess({{Method::ocsp, uri("http:/")},
+                                                                        {Method::ocsp, uri("http://b/")}})},     "http://b/"},
+    {"behind the scheme in capitals",             {authorityInfoAccess({{Method::ocsp, uri("HTTP://a/")},
+                                                                        {Method::ocsp, uri("http://b/")}})},     "http://b/"},
     {"where the issuer is fetched is another thing", {authorityInfoAccess({{Method::caIssuers, uri("http://a/")}})}, nullptr},
     {"a location that is no URI",                 {authorityInfoAccess({{Method::ocsp, dns("http://a/")}})},    nullptr},
     {"no access at all",                          {authorityInfoAccess({})},                                    nullptr},
@@ -217,6 +241,12 @@ const CrlCase kCrlCases[] = {
     // says                                         points                                                          URL
     {"plain HTTP",                                  {fullNamePoint({uri("http://a/")})},                            "http://a/"},
     {"HTTP behind LDAP",                            {fullNamePoint({kLdap, uri("http://a/")})},                     "http://a/"},
+    {"HTTP before LDAP",                            {fullNamePoint({uri("http://a/"), kLdap})},                     "http://a/"},
+    {"the first of two",                            {fullNamePoint({uri("http://a/"), uri("http://b/")})},          "http://a/"},
+    {"HTTP behind the scheme in capitals",          {fullNamePoint({uri("HTTP://a/"), uri("http://b/")})},          "http://b/"},
+    {"the scheme in capitals is another",           {fullNamePoint({uri("HTTP://a/")})},                            "HTTP://a/"},
+    {"HTTP behind a name that is no URI",           {fullNamePoint({dns("http://b/"), uri("http://a/")})},          "http://a/"},
+    {"HTTP behind 6 bytes",                         {fullNamePoint({uri("ftp://"), uri("http://a/")})},             "http://a/"},
     {"LDAP where there is no HTTP",                 {fullNamePoint({kLdap})},                                       "ldap://directory/cn=x"},
     {"the last of several that are no HTTP",        {fullNamePoint({kLdap, uri("ftp://host/")})},                   "ftp://host/"},
     {"LDAP in front of a point with HTTP",          {fullNamePoint({kLdap}), fullNamePoint({uri("http://a/")})},    "ldap://directory/cn=x"},

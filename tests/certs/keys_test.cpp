@@ -24,7 +24,7 @@ struct KeyCase {
     const char* file;
     const char* password;
     int type;          // EVP_PKEY_NONE: does not load
-    bool derWasTried;  // shown by the error that only the DER reader leaves
+    bool derWasTried;  // shown by an earlier error, which is cleared then
 };
 
 constexpr int kNone = EVP_PKEY_NONE;
@@ -42,12 +42,12 @@ const KeyCase kKeyCases[] = {
     {"locked PKCS#8, Ed25519",                      "ed25519.locked.pem",       "secret", EVP_PKEY_ED25519, false},
     {"locked traditional PEM, RSA",                 "rsa.traditional.locked.pem", "secret", EVP_PKEY_RSA,   false},
     {"locked traditional PEM, EC",                  "ec.traditional.locked.pem", "secret", EVP_PKEY_EC,     false},
-    {"traditional DER, RSA",                        "rsa.traditional.der",      nullptr,  EVP_PKEY_RSA,     false},
-    {"traditional DER, EC",                         "ec.traditional.der",       nullptr,  EVP_PKEY_EC,      false},
-    {"PKCS#8 DER, RSA",                             "rsa.pkcs8.der",            nullptr,  EVP_PKEY_RSA,     false},
-    {"PKCS#8 DER, EC",                              "ec.pkcs8.der",             nullptr,  EVP_PKEY_EC,      false},
-    {"PKCS#8 DER, Ed25519",                         "ed25519.pkcs8.der",        nullptr,  EVP_PKEY_ED25519, false},
-    {"DER takes no notice of a password",           "rsa.pkcs8.der",            "wrong",  EVP_PKEY_RSA,     false},
+    {"traditional DER, RSA",                        "rsa.traditional.der",      nullptr,  EVP_PKEY_RSA,     true},
+    {"traditional DER, EC",                         "ec.traditional.der",       nullptr,  EVP_PKEY_EC,      true},
+    {"PKCS#8 DER, RSA",                             "rsa.pkcs8.der",            nullptr,  EVP_PKEY_RSA,     true},
+    {"PKCS#8 DER, EC",                              "ec.pkcs8.der",             nullptr,  EVP_PKEY_EC,      true},
+    {"PKCS#8 DER, Ed25519",                         "ed25519.pkcs8.der",        nullptr,  EVP_PKEY_ED25519, true},
+    {"DER takes no notice of a password",           "rsa.pkcs8.der",            "wrong",  EVP_PKEY_RSA,     true},
     {"locked DER, its password",                    "rsa.locked.der",           "secret", kNone,            true},
     {"locked DER, no password",                     "rsa.locked.der",           nullptr,  kNone,            true},
     {"a wrong password, PKCS#8",                    "rsa.locked.pem",           "wrong",  kNone,            false},
@@ -61,6 +61,10 @@ const KeyCase kKeyCases[] = {
     {"damaged PEM, a DER key before it",            "der_then_damaged.pem",     nullptr,  kNone,            false},
     {"damaged PEM on a line of its own after DER",  "der_newline_damaged.pem",  nullptr,  kNone,            false},
     {"a PEM block of another kind after DER",       "der_then_certificate.pem", nullptr,  kNone,            false},
+    {"a key behind certificates",                   "server.pem",               nullptr,  EVP_PKEY_RSA,     false},
+    {"a locked key behind certificates",            "server.locked.pem",        "secret", EVP_PKEY_RSA,     false},
+    {"the same, a wrong password",                  "server.locked.pem",        "wrong",  kNone,            false},
+    {"the same, no password",                       "server.locked.pem",        nullptr,  kNone,            false},
     {"PEM that holds no key",                       "root.pem",                 nullptr,  kNone,            false},
     {"DER that holds no key",                       "root.der",                 nullptr,  kNone,            true},
 };
@@ -74,19 +78,15 @@ INSTANTIATE_TEST_SUITE_P(All, KeyTest, testing::ValuesIn(kKeyCases));
 
 TEST_P(KeyTest, LoadsOrSaysWhyNot) {
     SCOPED_TRACE(GetParam().says);
+    ERR_put_error(ERR_LIB_USER, 0, 1, "earlier", 1);
     const EvpPkeyPtr key(TARNSSL_load_PrivateKey_file(material(GetParam().file).c_str(),
                                                       secret(GetParam().password)));
-    const std::vector<std::string> errors = drainErrors();
+    std::vector<std::string> errors = drainErrors();
     EXPECT_EQ(key == nullptr ? kNone : EVP_PKEY_id(key.get()), GetParam().type);
+    const bool cleared = errors.empty() || errors.front() != "128:1";
+    EXPECT_EQ(cleared, GetParam().derWasTried);
+    if (!cleared) errors.erase(errors.begin());
     EXPECT_EQ(errors.empty(), key != nullptr) << testing::PrintToString(errors);
-    // The ASN.1 library complains of a wrong tag only when it was given something else than ASN.1.
-    const std::string wrongTag =
-        std::to_string(ERR_LIB_ASN1) + ":" + std::to_string(ASN1_R_WRONG_TAG);
-    if (GetParam().derWasTried) {
-        EXPECT_THAT(errors, Contains(wrongTag));
-    } else {
-        EXPECT_THAT(errors, Not(Contains(wrongTag)));
-    }
 }
 
 TEST_P(KeyTest, LoadsTheSameFromMemory) {
@@ -306,8 +306,9 @@ TEST(KeyReadingTest, AStartLineIsFoundThoughNothingFollows) {
 // Truncated and altered at every byte: a key or null, and nothing that stays behind.
 class DamagedKeyTest : public testing::TestWithParam<const char*> {};
 INSTANTIATE_TEST_SUITE_P(All, DamagedKeyTest,
-                         testing::Values("ec.pem", "ec.pkcs8.der", "ec.traditional.der",
-                                         "ec.locked.pem", "ed25519.pem"));
+                         testing::Values("rsa.pem", "rsa.traditional.locked.pem", "ec.pem",
+                                         "ec.pkcs8.der", "ec.traditional.der", "ec.locked.pem",
+                                         "ec.traditional.locked.pem", "ed25519.pem"));
 
 EvpPkeyPtr load(const std::string& bytes) {
     const BioPtr bio = reading(bytes);

@@ -58,15 +58,19 @@ authorityKeyIdentifier = keyid
 subjectAltName = DNS:localhost, DNS:a.example, IP:127.0.0.1
 authorityInfoAccess = OCSP;URI:http://ocsp.example/
 crlDistributionPoints = URI:http://crl.example/list.crl
+[unidentified]
+basicConstraints = critical, CA:TRUE
+subjectKeyIdentifier = none
+authorityKeyIdentifier = none
 [names]
 subjectAltName = DNS:a.example, DNS:b.example
 CONF
 
-# A key of its own and a certificate: make_cert NAME SECTION [ISSUER]
+# A key of its own and a certificate: make_cert NAME SECTION [ISSUER] [SUBJECT]
 make_cert() {
-    local name=$1 section=$2 issuer=${3-}
+    local name=$1 section=$2 issuer=${3-} subject=${4-$1}
     quietly openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$name.key.pem"
-    quietly openssl req -new -config ca.conf -key "$name.key.pem" -subj "/CN=$name" -out "$name.req"
+    quietly openssl req -new -config ca.conf -key "$name.key.pem" -subj "/CN=$subject" -out "$name.req"
     local signer=(-signkey "$name.key.pem")
     if [ -n "$issuer" ]; then
         signer=(-CA "$issuer.pem" -CAkey "$issuer.key.pem" -set_serial "0x$(openssl rand -hex 8)")
@@ -80,9 +84,15 @@ make_cert policy authority root
 make_cert issuing authority policy
 make_cert leaf leaf issuing
 make_cert unrelated authority
+# Another of the same name with another key, which no identifier tells apart, and what it signed.
+make_cert namesake unidentified '' issuing
+make_cert forged unidentified namesake
 cat leaf.pem issuing.pem policy.pem >chain.pem
 cat leaf.der issuing.der policy.der >chain.der
 cat leaf.pem unrelated.pem >stranger.pem
+# As servers keep them: the chain, then the key.
+cat chain.pem rsa.pem >server.pem
+cat chain.pem rsa.locked.pem >server.locked.pem
 
 # So short a key is below every security level but 0.
 quietly openssl req -x509 -config ca.conf -newkey rsa:512 -nodes -keyout weak.key.pem -subj /CN=weak \

@@ -275,6 +275,13 @@ Way issuerOfLeaf(const std::vector<const char*>& parts) { return joined(parts, i
 Way ownIssuer(const std::vector<const char*>& parts) {
     return joined(parts, TARNSSL_cert_contain_issuer);
 }
+// The first certificate loads, by as many BIOs as OpenSSL takes, and the chain's is the next.
+std::string ownIssuerWithoutTheSecondFile() {
+    const unsigned long before = Fault::calls(Call::BIO_new);
+    EXPECT_EQ(told(TARNSSL_load_X509_file(material("chain.pem").c_str())), "an object");
+    const unsigned long taken = Fault::calls(Call::BIO_new) - before;
+    return failing(Call::BIO_new, taken + 1, ownIssuer({"chain.pem"}))();
+}
 
 const char* const kUndecodable = "\x30\x03\x02\x01";
 
@@ -384,6 +391,7 @@ const QueueCase kQueueCases[] = {
     {"load_*_file",         "a directory",                             fileReaders(kDirectory)},
     {kKeyLoaders,           "PEM",                                     keyReaders("rsa.pem", nullptr)},
     {kKeyLoaders,           "locked PEM, its password",                keyReaders("rsa.locked.pem", "secret")},
+    {kKeyLoaders,           "PEM behind a certificate",                keyReaders("server.pem", nullptr)},
     {kKeyLoaders,           "DER",                                     keyReaders("rsa.pkcs8.der", nullptr)},
     {kKeyLoaders,           "locked PEM, another password",            keyReaders("rsa.traditional.locked.pem", "no")},
     {kKeyLoaders,           "locked PEM, no password",                 keyReaders("rsa.locked.pem", nullptr)},
@@ -405,11 +413,13 @@ const QueueCase kQueueCases[] = {
     {kUseCert,              "the file cannot be opened",               {usesCert(asItIs, "missing")}},
     {kUseCert,              "the context refuses it",                  {usesCert(withoutWeakKeys, "leaf.pem")}},
     {kUseKey,               "PEM",                                     {usesKey(asItIs, "ec.pem")}},
+    {kUseKey,               "locked PEM, its password",                {usesKey(asItIs, "rsa.locked.pem", "secret")}},
     {kUseKey,               "DER",                                     {usesKey(asItIs, "ec.pkcs8.der")}},
     {kUseKey,               "no key",                                  {usesKey(asItIs, "leaf.der")}},
     {kUseKey,               "an empty file",                           {usesKey(asItIs, "empty")}},
     {kUseKey,               "a directory",                             {usesKey(asItIs, kDirectory)}},
     {kUseKey,               "another password",                        {usesKey(asItIs, "rsa.traditional.locked.pem", "no")}},
+    {kUseKey,               "no password",                             {usesKey(asItIs, "rsa.locked.pem")}},
     {kUseKey,               "damaged PEM",                             {usesKey(asItIs, "damaged.pem")}},
     {kUseKey,               "the file cannot be opened",               {usesKey(asItIs, "missing")}},
     {kUseKey,               "not the certificate's key",               {usesKey(withTheLeaf, "ec.pem")}},
@@ -434,8 +444,12 @@ const QueueCase kQueueCases[] = {
                                                                         [] { return verifies(certificate("leaf.pem"), nullptr); }}},
     {kIssuerOf,             "found in PEM",                            {issuerOfLeaf({"chain.pem"})}},
     {kIssuerOf,             "found in DER",                            {issuerOfLeaf({"chain.der"})}},
+    {kIssuerOf,             "found behind a namesake, PEM",            {issuerOfLeaf({"namesake.pem", "issuing.pem"})}},
+    {kIssuerOf,             "found behind a namesake, DER",            {issuerOfLeaf({"namesake.der", "issuing.der"})}},
     {kIssuerOf,             "not found in PEM",                        {issuerOfLeaf({"stranger.pem"})}},
     {kIssuerOf,             "not found in DER",                        {issuerOfLeaf({"leaf.der"})}},
+    {kIssuerOf,             "a namesake, not found in PEM",            {issuerOfLeaf({"namesake.pem"}), issuerOfLeaf({"namesake.pem", "root.pem"})}},
+    {kIssuerOf,             "a namesake, not found in DER",            {issuerOfLeaf({"namesake.der"}), issuerOfLeaf({"namesake.der", "root.der"})}},
     {kIssuerOf,             "damage behind PEM",                       {issuerOfLeaf({"leaf.pem", "cut_short.pem"})}},
     {kIssuerOf,             "a locked block behind PEM",               {issuerOfLeaf({"leaf.pem", "locked.pem"})}},
     {kIssuerOf,             "damage behind DER",                       {issuerOfLeaf({"leaf.der", "rsa.pem"})}},
@@ -446,7 +460,11 @@ const QueueCase kQueueCases[] = {
     {kIssuerOf,             "NULL given",                              {fromFile("leaf.pem", issuerOfNothingIn)}},
     {kIssuerOf,             "NULL given, and the file cannot be opened", {fromFile("missing", issuerOfNothingIn)}},
     {kOwnIssuer,            "found",                                   {ownIssuer({"chain.pem"})}},
+    {kOwnIssuer,            "found behind a namesake",                 {ownIssuer({"leaf.pem", "namesake.pem", "issuing.pem"})}},
     {kOwnIssuer,            "not found",                               {ownIssuer({"stranger.pem"})}},
+    {kOwnIssuer,            "a namesake, not found",                   {ownIssuer({"leaf.pem", "namesake.pem"})}},
+    {kOwnIssuer,            "no BIO for the file",                     {ownIssuerWithoutTheSecondFile}},
+    {kOwnIssuer,            "a following one cannot be added",         {failing(Call::SSL_CTX_ctrl, 2, ownIssuer({"chain.pem"}))}},
     {kOwnIssuer,            "damage behind the first",                 {ownIssuer({"leaf.pem", "cut_short.pem"})}},
     {kOwnIssuer,            "a locked block behind the first",         {ownIssuer({"leaf.pem", "locked.pem"})}},
     {kOwnIssuer,            "DER",                                     {ownIssuer({"chain.der"})}},
@@ -502,6 +520,7 @@ const NewErrors kNewErrors[] = {
     {"the key readers'",                        kOfKeyReaders},
     {"the DER key reader's",                    AllOf(kOfKeyReaders, Contains(StartsWith("13:")))},
     {"ASN.1, of the signature",                 ElementsAre(StartsWith("13:"))},
+    {"ASN.1, of the signature; PEM, no start line", ElementsAre(StartsWith("13:"), "9:108")},
     {"EVP, expecting an RSA key",               ElementsAre("6:127")},
     {"EVP, decode error",                       ElementsAre("6:114")},
     {"SSL, key too small",                      ElementsAre("20:399")},
