@@ -4,11 +4,14 @@
 #include <cxxabi.h>
 #include <dlfcn.h>
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
+#include <climits>
+#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
@@ -19,9 +22,14 @@
 #include <type_traits>
 #include <vector>
 
+#include <tarnutil/Pipe.h>
+#include <tarnutil/ProcessExecutor.h>
+#include <tarnutil/TmpFile.h>
+
 #include "fault.h"
 #include "leaks.h"
 #include "record.h"
+#include "thrown.h"
 
 using namespace tarnutil;
 using namespace tarnutil_test;
@@ -156,6 +164,31 @@ TEST_F(StackTraceTest, NullLineEndsTheWalk) {
     EXPECT_THAT(traceOf({"a(one+1)", nullptr, "c(two+2)"}), testing::ElementsAre("a(one+1)"));
 }
 
+TEST_F(StackTraceTest, AsManyLinesAreTakenAsThereAreFrames) {
+    const Fault frames(Call::backtrace, 1);
+    crafted_symbols = [] { return symbolBlock({"a(one+1)", "b(two+2)"}); };
+    EXPECT_THAT(TraceableException().getStackTrace(), testing::ElementsAre("a(one+1)"));
+}
+
+TEST_F(StackTraceTest, SymbolsAreLookedUpOnceAndEveryFrameIsDemangledAnew) {
+    const std::vector<const char*> lines(3, "m(_ZN1a1bEv+0x1d)");
+    int lookUps = 0;
+    int demanglings = 0;
+    crafted_symbols = [&] {
+        ++lookUps;
+        return symbolBlock(lines);
+    };
+    crafted_demangling = [&] {
+        ++demanglings;
+        return nullptr;
+    };
+    const Fault frames(Call::backtrace, 3, 1, Fault::fromThenOn);
+    const Exception first("m");
+    const Exception second("m");
+    EXPECT_EQ(lookUps, 2) << "one for all frames of an exception";
+    EXPECT_EQ(demanglings, 6) << "one for each frame, nothing is kept";
+}
+
 TEST_F(StackTraceTest, NameThatCannotBeDemangledStays) {
     crafted_demangling = [] { return nullptr; };
     EXPECT_THAT(traceOf({"m(_ZN1a1bEv+0x1d)"}), testing::ElementsAre("m(_ZN1a1bEv+0x1d)"));
@@ -191,6 +224,7 @@ TEST_F(StackTraceTest, FailedAllocationMakesAnEmptyTrace) {
 TEST_F(StackTraceTest, ExceptionOfNoStandardClassMakesAnEmptyTrace) {
     crafted_demangling = []() -> char* { throw 1; };
     EXPECT_THAT(TraceableException().getStackTrace(), IsEmpty());
+    EXPECT_FALSE(growsEachTime([] { const TraceableException e; })) << "the symbols are released";
 }
 
 TEST_F(StackTraceTest, LineTakesThreeAllocations) {
@@ -261,6 +295,18 @@ TEST_F(StackTraceTest, CopyKeepsTheTraceOfItsOriginal) {
     EXPECT_EQ(copy.getErrorNumber(), 5);
 }
 
+TEST_F(StackTraceTest, CopySharesNothingWithItsOriginal) {
+    const std::string message(100, 'x');
+    const Exception original(message);
+    const Exception copy(original);
+    EXPECT_NE(copy.what(), original.what());
+    ASSERT_THAT(original.getStackTrace(), Not(IsEmpty()));
+    ASSERT_THAT(copy.getStackTrace(), SizeIs(original.getStackTrace().size()));
+    for (std::size_t i = 0; i < copy.getStackTrace().size(); ++i) {
+        EXPECT_NE(copy.getStackTrace()[i].data(), original.getStackTrace()[i].data()) << i;
+    }
+}
+
 class Derived : public IOException {
 public:
     Derived() : IOException("m") {}
@@ -294,6 +340,15 @@ TEST_F(StackTraceTest, KindIsGenericIfTheNameCannotBeDemangled) {
     EXPECT_EQ(e.kind(), "generic");
 }
 
+TEST_F(StackTraceTest, KindReleasesWhatTheDemanglerMade) {
+    const IOException e("m");
+    EXPECT_FALSE(growsEachTime([&] { (void)e.kind(); }));
+    EXPECT_FALSE(growsEachTime([&] {
+        const Fault noMemory(Call::operator_new);
+        EXPECT_THROW((void)e.kind(), std::bad_alloc);
+    }));
+}
+
 TEST(ExceptionTest, WhatIsTheMessage) {
     EXPECT_STREQ(Exception("Could not do it").what(), "Could not do it");
     EXPECT_STREQ(IOException("Could not read").what(), "Could not read");
@@ -321,13 +376,14 @@ struct ErrnoCase {
 
 // clang-format off
 const ErrnoCase kErrnoCases[] = {
-    // says                          msg                current  errnum  number  message
-    {"-1 stands for errno",          "X",               ENOENT,  -1,     2,      "X: errno 2: No such file or directory"},
-    {"0 is a number",                "X",               ENOENT,  0,      0,      "X: errno 0: Success"},
-    {"a number of its own",          "Could not do it", ENOENT,  24,     24,     "Could not do it: errno 24: Too many open files"},
-    {"a negative number",            "X",               ENOENT,  -5,     -5,     "X: errno -5: Unknown error -5"},
-    {"a number that nobody knows",   "X",               ENOENT,  12345,  12345,  "X: errno 12345: Unknown error 12345"},
-    {"an empty message",             "",                ENOENT,  1,      1,      ": errno 1: Operation not permitted"},
+    // says                          msg                current  errnum   number   message
+    {"-1 stands for errno",          "X",               ENOENT,  -1,      2,       "X: errno 2: No such file or directory"},
+    {"0 is a number",                "X",               ENOENT,  0,       0,       "X: errno 0: Success"},
+    {"a number of its own",          "Could not do it", ENOENT,  24,      24,      "Could not do it: errno 24: Too many open files"},
+    {"a negative number",            "X",               ENOENT,  -5,      -5,      "X: errno -5: Unknown error -5"},
+    {"the smallest number",          "X",               ENOENT,  INT_MIN, INT_MIN, "X: errno -2147483648: Unknown error -2147483648"},
+    {"a number that nobody knows",   "X",               ENOENT,  12345,   12345,   "X: errno 12345: Unknown error 12345"},
+    {"an empty message",             "",                ENOENT,  1,       1,       ": errno 1: Operation not permitted"},
 };
 // clang-format on
 
@@ -361,6 +417,49 @@ TEST(ErrnoExceptionTest, NumberIsReadAgainAfterTheMessageWasBuilt) {
     EXPECT_EQ(e.getErrorNumber(), EINTR);
 }
 
+struct ThrowerCase {
+    Call call;  // that fails
+    std::function<void()> run;
+};
+
+void substituteStdin() {
+    Pipe pipe;
+    pipe.open();
+    pipe.substitute(STDIN_FILENO, Pipe::READ);
+}
+
+void afterStarting(const std::function<void(ProcessExecutor&)>& use) {
+    ProcessExecutor child("/bin/true");
+    const char* argv[] = {"true", nullptr};
+    child.exec(argv);
+    use(child);
+}
+
+const ThrowerCase kThrowerCases[] = {
+    {Call::pipe, [] { Pipe().open(); }},
+    {Call::dup, substituteStdin},
+    {Call::dup2, substituteStdin},
+    {Call::fork, [] { afterStarting([](ProcessExecutor&) {}); }},
+    {Call::waitpid, [] { afterStarting([](ProcessExecutor& child) { (void)child.wait(); }); }},
+    {Call::kill, [] { afterStarting([](ProcessExecutor& child) { child.kill(SIGTERM); }); }},
+    {Call::mkstemp, [] { TmpFile().create(/*directory=*/false); }},
+    {Call::mkdtemp, [] { TmpFile().create(/*directory=*/true); }},
+};
+
+TEST(ErrnoExceptionTest, EveryThrowerLeavesTheNumberToTheSecondReading) {
+    for (const ThrowerCase& row : kThrowerCases) {
+        const Fault fault(row.call, EACCES);
+        crafted_symbols = [] {
+            errno = EINTR;
+            return nullptr;
+        };
+        EXPECT_THAT(thrown(row.run), AllOf(StartsWith("tarnutil::ErrnoException(4): "),
+                                           EndsWith(": errno 13: Permission denied")))
+            << name(row.call);
+        crafted_symbols = nullptr;
+    }
+}
+
 TEST(ErrnoExceptionTest, CreateMsgHasItsTwoSeparators) {
     EXPECT_EQ(ErrnoException::createMsg("X", ENOENT), "X: errno 2: No such file or directory");
     EXPECT_EQ(ErrnoException::createMsg("", -5), ": errno -5: Unknown error -5");
@@ -389,6 +488,30 @@ TEST(ErrnoExceptionTest, CreateMsgTakesOneAllocationMoreThanTheText) {
     const unsigned long between = Fault::calls(Call::operator_new);
     (void)ErrnoException::createMsg(what, ENOENT);
     EXPECT_EQ(Fault::calls(Call::operator_new) - between, between - before + 1);
+}
+
+// Runs `build` with the first, the second, ... allocation failing; how many failed.
+unsigned long failedAllocationsOf(const std::function<void()>& build) {
+    for (unsigned long nth = 1;; ++nth) {
+        const std::size_t before = liveBytes();
+        bool threw = false;
+        const Fault fault(Call::operator_new, 0, nth);
+        try {
+            build();
+        } catch (const std::bad_alloc&) {
+            threw = true;
+        }
+        EXPECT_EQ(threw, fault.hasFired()) << "allocation " << nth;
+        EXPECT_EQ(liveBytes(), before) << "allocation " << nth;
+        if (!fault.hasFired()) return nth - 1;
+    }
+}
+
+TEST(ErrnoExceptionTest, EveryFailedAllocationPassesAndLeaksNothing) {
+    const std::string what(100, 'x');
+    const Fault noTrace(Call::backtrace, 0, 1, Fault::fromThenOn);  // which does without memory
+    EXPECT_GT(failedAllocationsOf([&] { (void)ErrnoException::createMsg(what, EILSEQ); }), 2U);
+    EXPECT_GT(failedAllocationsOf([&] { const ErrnoException e(what, EILSEQ); }), 3U);
 }
 
 // Builds `count` exceptions with `errnum`; how many came out right.
@@ -473,6 +596,14 @@ TEST(CheckErrorTest, PosixFormKeepsTheBufferUnlessItFailed) {
     EXPECT_STREQ(buf, "unknown error: 7");
     record("text", buf);
     EXPECT_STREQ(check_error(-1, buf, -12), "unknown error: -12");
+}
+
+TEST(CheckErrorTest, TwentySevenBytesHoldEveryNumber) {
+    std::array<char, 28> buf;
+    buf.fill('#');
+    EXPECT_STREQ(check_error(-1, buf.data(), INT_MIN), "unknown error: -2147483648");
+    EXPECT_EQ(buf[26], '\0');
+    EXPECT_EQ(buf[27], '#');
 }
 
 TEST(CheckErrorTest, GnuFormIsItsOwnResult) {
