@@ -19,6 +19,7 @@
 
 #include "cancelled.h"
 #include "fault.h"
+#include "sanitized.h"
 #include "thrown.h"
 #include "trail.h"
 
@@ -199,9 +200,7 @@ TEST(ConditionTest, MutexIsHeldAgainAfterAWait) {
     std::thread([&] { EXPECT_FALSE(mutex.tryLock()); }).join();
 }
 
-// AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that
-// are gone.
-#ifndef __SANITIZE_ADDRESS__
+#if !TARNUTIL_TEST_ASAN
 void waitCancelled(Condition& condition, Mutex& mutex) {
     const Mutex::LockHolder lock(mutex);
     pthread_cancel(pthread_self());

@@ -7,7 +7,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <memory>
 #include <string>
 #include <thread>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "fault.h"
+#include "sanitized.h"
 #include "thrown.h"
 #include "trail.h"
 
@@ -34,11 +34,6 @@ static_assert(!std::is_copy_constructible_v<Mutex> && !std::is_copy_assignable_v
 static_assert(!std::is_copy_constructible_v<Mutex::LockHolder> &&
               !std::is_copy_assignable_v<Mutex::LockHolder>);
 static_assert(!std::is_convertible_v<Mutex&, Mutex::LockHolder>, "taking a lock is said aloud");
-
-// What is thrown when a call fails with `number`.
-std::string refused(const std::string& what, int number) {
-    return "tarnutil::Exception: " + what + std::strerror(number);
-}
 
 // The number of live attribute objects that the mutexes built so far have left.
 long attributesAlive() {
@@ -167,7 +162,7 @@ TEST(MutexTest, FailedDestructionAbortsAMutexThatWasToldTo) {
 }
 
 // TSan calls it an error of the program, which it is.
-#ifndef __SANITIZE_THREAD__
+#if !TARNUTIL_TEST_TSAN
 TEST(MutexTest, DestroyingAHeldMutexThrowsNothing) {
     for (const Mutex::Kind kind : {Mutex::NORMAL, Mutex::ERRORCHECK}) {
         Mutex mutex(/*abort=*/false, kind);
@@ -230,7 +225,7 @@ TEST(MutexTest, ErrorCheckingMutexReportsMisuse) {
     EXPECT_EQ(thrown([&] { mutex.lock(); }), refused("Could not lock mutex: ", EDEADLK));
     mutex.unlock();
 // TSan calls it an error of the program, which it is.
-#ifndef __SANITIZE_THREAD__
+#if !TARNUTIL_TEST_TSAN
     EXPECT_EQ(thrown([&] { mutex.unlock(); }), refused("Could not unlock mutex: ", EPERM));
 #endif
 }

@@ -11,12 +11,10 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <future>
 #include <iostream>
 #include <list>
 #include <memory>
-#include <random>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -26,7 +24,9 @@
 
 #include "cancelled.h"
 #include "fault.h"
+#include "random.h"
 #include "runnables.h"
+#include "sanitized.h"
 #include "thrown.h"
 #include "trail.h"
 
@@ -44,11 +44,6 @@ namespace {
 
 static_assert(std::has_virtual_destructor_v<Runnable> && std::is_abstract_v<Runnable>);
 static_assert(!std::is_copy_constructible_v<Thread> && !std::is_copy_assignable_v<Thread>);
-
-// What is thrown when a call fails with `number`.
-std::string refused(const std::string& what, int number) {
-    return "tarnutil::Exception: " + what + std::strerror(number);
-}
 
 void joinAndDestroy(Thread& thread) { const std::unique_ptr<Runnable> back(thread.join()); }
 
@@ -659,9 +654,7 @@ TEST(ThreadTest, ThreadThatEndedOtherwiseHasNotExitedAndReturnsItsRunnable) {
     }
 }
 
-// Neither sanitizer follows a cancellation up the stack: one goes on guarding the frames that are
-// gone, and reports the next thread that uses the memory; the other finds its own join unfinished.
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !TARNUTIL_TEST_SANITIZED
 TEST(ThreadTest, CancelledJoinCanBeTriedAgain) {
     Subject subject(/*startDetached=*/false);
     running(subject);
@@ -883,7 +876,7 @@ struct Crossings {
 // Threads with little stack, as long as one lives: the address sanitizer clears a thread's whole
 // stack before it begins and after it ends, and that would be most of what a short one takes. The
 // thread sanitizer needs more itself.
-#ifdef __SANITIZE_ADDRESS__
+#if TARNUTIL_TEST_ASAN
 class SmallStacks {
 public:
     SmallStacks() {
@@ -938,21 +931,19 @@ private:
 // little shorter otherwise: so both sides keep arriving at the same moment, and each wins often.
 // Sanitizers report what is freed twice, and the counts what is never freed.
 TEST(ThreadStressTest, EndOfTheWorkMayCrossDetach) {
-    const unsigned seed = std::random_device()();
-    SCOPED_TRACE("seed " + std::to_string(seed));
-    std::minstd_rand random(seed);
-#ifdef __SANITIZE_ADDRESS__
+    Random random;
+#if TARNUTIL_TEST_ASAN
     const SmallStacks small;
 #endif
     Crossings crossings;
     unsigned long patience = 100;
     const long mutexes = mutexesAlive();
     for (int i = 1; i <= kCrossings; ++i) {
-        auto* const crossing = new Crossing(crossings, random() % 100);
+        auto* const crossing = new Crossing(crossings, random.upTo(99));
         Thread thread(std::unique_ptr<Runnable>(crossing), /*startDetached=*/false);
         thread.start();
         crossing->letGo();
-        spin(patience + random() % 100);
+        spin(patience + random.upTo(99));
         const long before = crossings.byOwner;
         thread.detach();
         const bool tooLate = crossings.byOwner > before;
@@ -965,7 +956,7 @@ TEST(ThreadStressTest, EndOfTheWorkMayCrossDetach) {
     EXPECT_GT(crossings.byOwner, 0);
     EXPECT_GT(crossings.byThread, 0);
     std::cout << "detach() won " << crossings.byOwner << " crossings, the thread "
-              << crossings.byThread << ", seed " << seed << "\n";
+              << crossings.byThread << "\n";
 }
 
 }  // namespace

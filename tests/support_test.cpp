@@ -17,6 +17,7 @@
 #include "fail_each.h"
 #include "fault.h"
 #include "leaks.h"
+#include "sanitized.h"
 #include "scratch_dir.h"
 
 using namespace tarnutil_test;
@@ -85,7 +86,7 @@ TEST(LeaksTest, SeesAnOpenDescriptor) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if !TARNUTIL_TEST_SANITIZED
 TEST(LeaksTest, TellsALeakFromWhatIsKeptOnce) {
     std::vector<std::unique_ptr<char[]>> kept;
     EXPECT_TRUE(growsEachTime([&] { kept.emplace_back(new char[1]); }));

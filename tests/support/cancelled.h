@@ -7,8 +7,8 @@
 
 namespace tarnutil_test {
 
-// Runs `work` in a thread of its own, where pthread_cancel(pthread_self()) asks for its end. True
-// if that is how the thread ended, false if it returned.
+// Runs `work` on a thread of its own and tells whether that ended by cancellation, which `work`
+// itself requests, by pthread_cancel(pthread_self()).
 bool endsCancelled(std::function<void()> work);
 
 }  // namespace tarnutil_test

@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <memory>
 
+#include "sanitized.h"
+
 namespace tarnutil_test {
 namespace {
 
@@ -28,7 +30,7 @@ std::set<int> openDescriptors() {
 }
 
 std::size_t liveBytes() {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#if TARNUTIL_TEST_SANITIZED
     return 0;
 #else
     return mallinfo2().uordblks;

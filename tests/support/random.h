@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
-// Random inputs whose seed a failing test prints, and that TARNUTIL_TEST_SEED repeats.
+// Random inputs. Each test that draws some prints its seed, and TARNUTIL_TEST_SEED=<seed> repeats
+// them.
 #ifndef TARNUTIL_TESTS_SUPPORT_RANDOM_H
 #define TARNUTIL_TESTS_SUPPORT_RANDOM_H
 
@@ -12,10 +13,17 @@
 
 namespace tarnutil_test {
 
+// The seed for a test, printed: the one that TARNUTIL_TEST_SEED gives, or another each time.
+inline unsigned chosenSeed() {
+    const char* given = std::getenv("TARNUTIL_TEST_SEED");
+    const unsigned seed = given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
+                                           : std::random_device{}();
+    std::printf("TARNUTIL_TEST_SEED=%u\n", seed);
+    return seed;
+}
+
 class Random {
 public:
-    Random() : seed(chosenSeed()), engine(seed) { std::printf("TARNUTIL_TEST_SEED=%u\n", seed); }
-
     // A number from 0 to `last`.
     std::size_t upTo(std::size_t last) {
         return std::uniform_int_distribution<std::size_t>(0, last)(engine);
@@ -36,14 +44,7 @@ public:
     }
 
 private:
-    static unsigned chosenSeed() {
-        const char* given = std::getenv("TARNUTIL_TEST_SEED");
-        return given != nullptr ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                                : std::random_device{}();
-    }
-
-    unsigned seed;
-    std::mt19937 engine;
+    std::mt19937 engine{chosenSeed()};
 };
 
 }  // namespace tarnutil_test

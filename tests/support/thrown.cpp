@@ -18,6 +18,10 @@ std::string thrown(const std::function<void()>& operation) {
     return "(nothing was thrown)";
 }
 
+std::string refused(const std::string& what, int number) {
+    return "tarnutil::Exception: " + what + std::strerror(number);
+}
+
 std::string errnoThrown(const std::string& message, int number) {
     const std::string code = std::to_string(number);
     return "tarnutil::ErrnoException(" + code + "): " + message + ": errno " + code + ": " +

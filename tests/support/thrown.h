@@ -12,6 +12,9 @@ namespace tarnutil_test {
 // the stored number; a text that says so if nothing is thrown.
 std::string thrown(const std::function<void()>& operation);
 
+// What `thrown` says of a failed call that returned `number`: `what`, and the system's text for it.
+std::string refused(const std::string& what, int number);
+
 // What `thrown` says of a failed system call that left `number` in errno.
 std::string errnoThrown(const std::string& message, int number);
 
