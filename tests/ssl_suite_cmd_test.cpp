@@ -20,7 +20,9 @@
 #include <utility>
 #include <vector>
 
+#include "random.h"
 #include "rounds.h"
+#include "sanitized.h"
 #include "ssl_suite_listing.h"
 #include "ssl_suite_model.h"
 
@@ -29,15 +31,7 @@ using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-#define TARNUTIL_TEST_OWN_ALLOCATOR
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-#define TARNUTIL_TEST_OWN_ALLOCATOR
-#endif
-#endif
-
-#ifndef TARNUTIL_TEST_OWN_ALLOCATOR
+#if !TARNUTIL_TEST_SANITIZED
 
 // This program's allocation functions, in front of libc's: they count.
 namespace {
@@ -966,18 +960,8 @@ private:
     }
 };
 
-unsigned seed() {
-    const char* given = std::getenv("TARNUTIL_TEST_SEED");
-    const unsigned value = given != nullptr
-                               ? static_cast<unsigned>(std::strtoul(given, nullptr, 10))
-                               : std::random_device()();
-    testing::Test::RecordProperty("seed", std::to_string(value));
-    std::printf("seed: TARNUTIL_TEST_SEED=%u\n", value);
-    return value;
-}
-
 TEST(SslSuiteModelTest, AMillionRandomTextsDoWhatTheModelDoes) {
-    std::mt19937 random(seed());
+    std::mt19937 random(chosenSeed());
     unsigned long texts = 0;
     while (texts < inRounds(1000000) && !testing::Test::HasFatalFailure()) {
         Pair pair(random);
@@ -989,7 +973,7 @@ TEST(SslSuiteModelTest, AMillionRandomTextsDoWhatTheModelDoes) {
 }
 
 TEST(SslSuiteModelTest, LongRandomTextsDoWhatTheModelDoes) {
-    std::mt19937 random(seed());
+    std::mt19937 random(chosenSeed());
     for (int i = 0; i < 2000 && !testing::Test::HasFatalFailure(); ++i) {
         Pair pair(random);
         pair.expectTheSameOf(randomText(random, 60 + random() % 150), /*expand=*/true);
@@ -1020,7 +1004,7 @@ TEST(SslSuiteThreadTest, TwoThreadsSelectInContextsOfTheirOwn) {
 
 // ---- Allocation ----
 
-#ifndef TARNUTIL_TEST_OWN_ALLOCATOR
+#if !TARNUTIL_TEST_SANITIZED
 
 TEST(SslSuiteAllocationTest, TheCountCounts) {
     const unsigned long before = allocations;
