@@ -260,10 +260,20 @@ class CompletionTest(CommandTest):
                          ["aes:!RC4-MD5"])
 
     def test_bash_completes_options_and_subcommands(self):
-        self.assertEqual(self.bash("tarnutil ciphers --exp"), ["--explain"])
-        self.assertEqual(self.bash("tarnutil ciph"), ["ciphers"])
+        for line, replies in (("tarnutil ciphers --exp", ["--explain"]),
+                              ("tarnutil ciph", ["ciphers"]),
+                              ("tarnutil --trace ciph", ["ciphers"]),
+                              ("tarnutil token ", ["issue", "check"]),
+                              ("tarnutil cert i", ["issuer"]),
+                              ("tarnutil token --", ["--help"]),
+                              ("tarnutil token issue --u", ["--user"]),
+                              ("tarnutil --trace token check --key issue --max", ["--max-age"]),
+                              ("tarnutil token issue role=admin ch", []),
+                              ("tarnutil digest --", ["--help", "--md5"])):
+            with self.subTest(line):
+                self.assertEqual(self.bash(line), replies)
 
-    def test_zsh_completes_keywords_and_names(self):
+    def test_zsh_completes_as_bash_does(self):
         # A shell on a terminal of its own, which types the line and a tabulator and prints what it got.
         script = ("zmodload zsh/zpty\n"
                   "zpty shell \"$(print 'PROMPT= zsh -f -i')\"\n"
@@ -277,7 +287,10 @@ class CompletionTest(CommandTest):
         for line, completed in (("tarnutil ciphers chacha", "tarnutil ciphers chacha20-poly1305"),
                                 ("tarnutil ciphers ecdhe+export5", "tarnutil ciphers ecdhe+export56"),
                                 ("tarnutil ciphers aes:-rc4-m", "tarnutil ciphers aes:-RC4-MD5"),
-                                ("tarnutil ciphers --exp", "tarnutil ciphers --explain")):
+                                ("tarnutil ciphers --exp", "tarnutil ciphers --explain"),
+                                ("tarnutil token is", "tarnutil token issue"),
+                                ("tarnutil token issue --us", "tarnutil token issue --user"),
+                                ("tarnutil --trace cert chain --j", "tarnutil --trace cert chain --json")):
             process = subprocess.run(["zsh", "-f", "-c", script, "zsh", str(ROOT), command.COMMAND, line],
                                      capture_output=True, timeout=60, check=True)
             self.assertEqual(process.stdout.decode().strip(), completed)
