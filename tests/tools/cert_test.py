@@ -114,6 +114,18 @@ class ShowTest(CommandTest):
             points = made("crlDistributionPoints", tlv(0x30, nameless + relative + full))
             self.assertEqual(self.fact("crl_url", points), address.decode().replace("\0", "\\x00"))
 
+    def test_what_could_steer_a_terminal_is_shown_in_hex(self):
+        for address, shown in ((b"a\x1b[m\n", "a\\x1b[m\\x0a"), (b"\x9bm", "\\x9bm"), (b"\\x0a", "\\x5cx0a")):
+            points = tlv(0x30, tlv(0x30, tlv(0xA0, tlv(0xA0, tlv(0x86, b"http://" + address)))))
+            self.assertEqual(self.fact("crl_url", made("crlDistributionPoints", points)), "http://" + shown)
+
+    def test_a_subject_is_shown_in_the_same_way(self):
+        for name, shown in (("a\x1b\n", "a\\x1b\\x0a"), ("\u009bm", "\\xc2\\x9bm"), ("\u00e4", "\u00e4"),
+                            ("a, b", '"a, b"')):
+            with self.subTest(shown):
+                subject = openssl("req", "-x509", "-utf8", "-subj", "/CN=" + name, "-key", material("ec.pem"))
+                self.assertEqual(self.fact("subject", subject.encode()), "CN = " + shown)
+
     def test_says_what_each_format_failed_with(self):
         path = material("rsa.pem")
         self.expect(cert("show", path), 2, "", "tarnutil: no certificate in " + path +

@@ -3,6 +3,7 @@
 
 import os
 import pty
+import socket
 import subprocess
 import tempfile
 
@@ -38,6 +39,34 @@ class DigestTest(CommandTest):
             f'tarnutil: Could not open file "{missing}" for reading: No such file or directory\n'
             f"tarnutil: {self.directory.name} is a directory\n"
             "tarnutil: 2 of 3 files could not be read\n"))
+
+    def test_trace_shows_where_a_file_was_refused(self):
+        missing = os.path.join(self.directory.name, "missing")
+        process = run("--trace", "digest", missing)
+        self.expect(process, 2, stdout="")
+        lines = process.stderr.decode().splitlines()
+        self.assertEqual(lines[1], "tarnutil::Exception")
+        self.assertTrue(any("tarnutil::CryptoUtil::computeSha1Digest" in line for line in lines), lines)
+        self.assertEqual(lines[-1], "tarnutil: 1 of 1 files could not be read")
+
+    def test_a_file_on_standard_input_is_read_on_from_where_it_stands(self):
+        printed = []
+        for at in (0, 3, 6):
+            for program in ([COMMAND, "digest", "-"], ["sha1sum", "-"]):
+                with open(self.file("read"), "w+b", buffering=0) as file:
+                    file.write(b"abcdef")
+                    file.seek(at)
+                    printed.append(subprocess.run(program, stdin=file, capture_output=True, timeout=60).stdout)
+            self.assertEqual(printed[-2], printed[-1], at)
+        self.assertEqual(len(set(printed)), 3)
+
+    def test_a_socket_on_standard_input_is_read(self):
+        ours, theirs = socket.socketpair()
+        with ours, theirs:
+            ours.sendall(b"abc")
+            ours.shutdown(socket.SHUT_WR)
+            process = subprocess.run([COMMAND, "digest", "-"], stdin=theirs, capture_output=True, timeout=60)
+        self.expect(process, 0, stdout="a9993e364706816aba3e25717850c26c9cd0d89d  -\n", stderr="")
 
     def on_a_terminal(self, path):
         """What the command writes to standard error if that is a terminal."""

@@ -44,9 +44,11 @@ class IpHostsTest(CommandTest):
             with self.subTest(arguments=arguments):
                 self.expect(run("ip", "hosts", *arguments), 1, stdout="", stderr=NO_HOSTS)
 
-    def test_refuses_text_that_is_no_address(self):
+    def test_text_that_is_no_address_is_unusable(self):
         expected = 'tarnutil: Could not convert string to IP address: "10.0.0"\n'
-        self.expect(run("ip", "hosts", "10.0.0/24"), 1, stdout="", stderr=expected)
+        for arguments in [["10.0.0/24"], ["10.0.0", "255.255.255.0"], ["10.0.0.0", "10.0.0"]]:
+            with self.subTest(arguments=arguments):
+                self.expect(run("ip", "hosts", *arguments), 2, stdout="", stderr=expected)
 
     def test_a_bad_prefix_is_unusable(self):
         for prefix in ["", "33", "-1", "x", "1x", "032", "4294967328"]:
@@ -84,9 +86,16 @@ class IpShowTest(CommandTest):
             with self.subTest(text=text):
                 self.expect(run("ip", "show", text), 0, stderr="")
 
-    def test_refuses_text_that_is_no_address(self):
+    def test_text_that_is_no_address_is_unusable(self):
         expected = 'tarnutil: Could not convert string to IP address: "x"\n'
-        self.expect(run("ip", "show", "x"), 1, stdout="", stderr=expected)
+        self.expect(run("ip", "show", "x"), 2, stdout="", stderr=expected)
+
+    def test_trace_shows_where_the_library_refused_it(self):
+        process = run("--trace", "ip", "show", "x")
+        self.expect(process, 2, stdout="")
+        lines = process.stderr.decode().splitlines()
+        self.assertEqual(lines[1], "tarnutil::Exception")
+        self.assertTrue(any("tarnutil::StringUtil::stringToIp" in line for line in lines), lines)
 
     def test_a_port_is_a_number(self):
         self.expect(run("ip", "show", "::1", "http"), 2, stdout="")

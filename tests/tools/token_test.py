@@ -100,6 +100,19 @@ class TokenTest(CommandTest):
         self.expect(self.check(token), 0,
                     stdout="user: a\\x1b[31m\\x0auser: b\\x5c\ntime: 0 (1970-01-01T00:00:00Z)\n")
 
+    def test_only_utf8_without_control_characters_is_printed_as_it_is(self):
+        for user, shown in ((b"\xc3\xa4 \xe2\x82\xac \xf0\x9f\x99\x82~", "\u00e4 \u20ac \U0001f642~"),
+                            (b"\x7f", "\\x7f"),
+                            (b"\x9b31m", "\\x9b31m"),                        # C1 as a byte
+                            (b"\xc2\x80\xc2\x9f\xc2\xa0", "\\xc2\\x80\\xc2\\x9f\u00a0"),  # C1 in UTF-8
+                            (b"\xff\xc3a\xc3", "\\xff\\xc3a\\xc3"),
+                            (b"\xc1\x81\xe0\x82\x9b", "\\xc1\\x81\\xe0\\x82\\x9b"),  # longer than they need be
+                            (b"\xed\xa0\x80", "\\xed\\xa0\\x80"),            # half of a pair
+                            (b"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80")):  # beyond the last
+            with self.subTest(user):
+                token = issuer.sealed(issuer.plaintext(user, {}, 0), self.key)
+                self.expect(self.check(token), 0, stdout=f"user: {shown}\ntime: 0 (1970-01-01T00:00:00Z)\n")
+
     def test_issues_json(self):
         process = run("token", "issue", "--key", self.key, "--user", "u", "--json", "--time", "1")
         self.expect(process, 0, stderr="")
@@ -150,6 +163,14 @@ class TokenTest(CommandTest):
             path = self.file("form")
             openssl("rsa", "-in", self.key, *form, "-out", path)
             self.expect(run("token", "check", "--key", path, token), 0, stderr="")
+            with open(path, "rb") as file:  # through a pipe, which can be read but once
+                process = run("token", "check", "--key", "/dev/stdin", token, stdin=file.read())
+            self.expect(process, 0, stderr="")
+
+    def test_what_is_no_public_key_is_unreadable(self):
+        for path in ("/dev/null", "/dev/zero", self.directory.name):
+            self.expect(run("token", "check", "--key", path, "AAAA"), 2, stdout="",
+                        stderr=f"tarnutil: cannot read an RSA public key from {path}\n")
 
     def test_issues_with_an_encrypted_key_and_with_der(self):
         locked, der = self.file("locked.pem"), self.file("key.der")

@@ -10,6 +10,7 @@
 #include <tarnutil/eb.h>
 
 #include "commands.h"
+#include "output.h"
 
 namespace tarnutil_command {
 namespace {
@@ -82,15 +83,14 @@ void printText(const Size& size) {
               << "bits per position  " << bits << '\n';
 }
 
-void printJson(const Size& size) {
-    const ordered_json json = {{"positions", size.positions},
-                               {"tops", size.tops},
-                               {"blocks", size.blocks},
-                               {"header_bytes", size.headers},
-                               {"word_bytes", size.words},
-                               {"bytes", size.bytes},
-                               {"bits_per_position", size.bitsPerPosition}};
-    std::cout << json.dump(2) << '\n';
+ordered_json asJson(const Size& size) {
+    return {{"positions", size.positions},
+            {"tops", size.tops},
+            {"blocks", size.blocks},
+            {"header_bytes", size.headers},
+            {"word_bytes", size.words},
+            {"bytes", size.bytes},
+            {"bits_per_position", size.bitsPerPosition}};
 }
 
 struct Options {
@@ -108,7 +108,11 @@ void addSize(CLI::App& bitmap) {
     size->footer(kExample);
     size->callback([options] {
         const Size found = sizeOf(options->positions);
-        options->json ? printJson(found) : printText(found);
+        if (options->json) {
+            printJson(asJson(found));
+        } else {
+            printText(found);
+        }
     });
 }
 

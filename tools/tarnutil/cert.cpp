@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 // tarnutil cert: what stands in a certificate file, and whether its certificates fit together.
-#include <openssl/err.h>
 #include <tarnutil/cert.h>
 
 #include <iomanip>
@@ -9,6 +8,8 @@
 
 #include "cert_facts.h"
 #include "commands.h"
+#include "openssl.h"
+#include "output.h"
 
 namespace tarnutil_command {
 namespace {
@@ -30,14 +31,6 @@ struct Options {
     bool json = false;
 };
 
-void print(const ordered_json& json) {
-    std::cout << json.dump(2, ' ', false, ordered_json::error_handler_t::replace) << '\n';
-}
-
-std::string counted(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " certificate" : " certificates");
-}
-
 // Where the certificates of a file that is damaged end.
 std::string damageOf(const CertificateFile& file) {
     return "reading ended at damage: " + file.damage;
@@ -50,8 +43,8 @@ ordered_json damageAsJson(const CertificateFile& file) {
 // ---- show ----
 
 void printText(const CertificateFile& file) {
-    std::cout << file.path << ": " << file.format << ", " << counted(file.certificates.size())
-              << '\n';
+    std::cout << file.path << ": " << file.format << ", "
+              << counted(file.certificates.size(), "certificate") << '\n';
     for (std::size_t i = 0; i < file.certificates.size(); ++i) {
         std::cout << "\ncertificate " << i + 1 << '\n';
         for (const Fact& fact : kFacts) {
@@ -78,7 +71,7 @@ ordered_json asJson(const CertificateFile& file) {
                          {"count", file.certificates.size()},
                          {"certificates", ordered_json::array()},
                          {"damage", damageAsJson(file)}};
-    for (const Certificate& cert : file.certificates) {
+    for (const tarnutil::X509Ptr& cert : file.certificates) {
         json["certificates"].push_back(asJson(cert.get()));
     }
     return json;
@@ -87,7 +80,7 @@ ordered_json asJson(const CertificateFile& file) {
 void show(const Options& options) {
     const CertificateFile file = readCertificates(options.file);
     if (options.json) {
-        print(asJson(file));
+        printJson(asJson(file));
     } else {
         printText(file);
     }
@@ -132,7 +125,7 @@ void issuer(const Options& options) {
     if (place == 0 && !candidates.damage.empty()) {  // it may stand behind the damage
         throw Unusable(candidates.path + ": " + damageOf(candidates));
     }
-    if (options.json) print(asJson(candidates, subject, place));
+    if (options.json) printJson(asJson(candidates, subject, place));
     if (place == 0) {
         throw Refused(candidates.path + " does not hold the issuer of " + subjectOf(subject) +
                       ", which is " + issuerOf(subject));
@@ -142,10 +135,6 @@ void issuer(const Options& options) {
 
 // ---- chain ----
 
-struct FreeContext {
-    void operator()(SSL_CTX* ctx) const { SSL_CTX_free(ctx); }
-};
-
 // What a server that is configured with the file sends.
 struct Sent {
     std::vector<std::string> subjects;
@@ -153,7 +142,7 @@ struct Sent {
 };
 
 Sent sentBy(const std::string& path) {
-    const std::unique_ptr<SSL_CTX, FreeContext> ctx(SSL_CTX_new(SSLv23_method()));
+    const tarnutil::SslCtxPtr ctx(SSL_CTX_new(SSLv23_method()));
     if (ctx == nullptr) throw Unusable("no TLS context: " + takeReason());
     if (TARNSSL_CTX_use_certificate_chain_file(ctx.get(), path.c_str()) == 0) {
         return {{}, ERR_peek_last_error() == 0 ? "it is not PEM" : takeReason()};
@@ -169,7 +158,7 @@ Sent sentBy(const std::string& path) {
 
 // The place, counted from 1, of the first certificate that the next one did not issue; 0 if none.
 std::size_t placeOutOfOrder(const CertificateFile& file) {
-    const std::vector<Certificate>& certs = file.certificates;
+    const std::vector<tarnutil::X509Ptr>& certs = file.certificates;
     for (std::size_t i = 0; i + 1 < certs.size(); ++i) {
         if (TARNSSL_verify_issuer(certs[i + 1].get(), certs[i].get()) != 1) return i + 1;
     }
@@ -203,8 +192,8 @@ ChainReport examine(const CertificateFile& file) {
 const char* yesOrNo(bool answer) { return answer ? "yes" : "no"; }
 
 void printText(const CertificateFile& file, const ChainReport& report) {
-    std::cout << file.path << ": " << file.format << ", " << counted(file.certificates.size())
-              << '\n'
+    std::cout << file.path << ": " << file.format << ", "
+              << counted(file.certificates.size(), "certificate") << '\n'
               << "in order           " << yesOrNo(report.outOfOrder == 0) << '\n'
               << "leaf's issuer      " << yesOrNo(report.holdsIssuer) << '\n'
               << "leaf self-signed   " << yesOrNo(report.selfSigned) << '\n'
@@ -227,7 +216,7 @@ void chain(const Options& options) {
     const CertificateFile file = readCertificates(options.file);
     const ChainReport report = examine(file);
     if (options.json) {
-        print(asJson(file, report));
+        printJson(asJson(file, report));
     } else {
         printText(file, report);
     }

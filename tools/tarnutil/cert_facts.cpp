@@ -1,36 +1,30 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cert_facts.h"
 
-#include <openssl/err.h>
-#include <openssl/pem.h>
-
-#include <cctype>
-#include <cstdio>
 #include <cstring>
 
 #include "commands.h"
+#include "output.h"
 
 namespace tarnutil_command {
 namespace {
 
-struct FreeBio {
-    void operator()(BIO* bio) const { (void)BIO_free(bio); }
-};
-using Bio = std::unique_ptr<BIO, FreeBio>;
+using tarnutil::BioPtr;
+using tarnutil::FreeWith;
 
 enum Format { kUnknown = 0, kPem = 1, kDer = 2 };
 
-Bio openFile(const std::string& path) {
+BioPtr openFile(const std::string& path) {
     ERR_clear_error();
-    Bio file(BIO_new_file(path.c_str(), "r"));
+    BioPtr file(BIO_new_file(path.c_str(), "r"));
     if (file == nullptr) throw Unusable("cannot open " + path + ": " + takeReason());
     return file;
 }
 
 // What reading the file in that format alone fails with.
 std::string failureAs(int format, const std::string& path) {
-    const Bio file = openFile(path);
-    (void)Certificate(TARNSSL_load_X509_bio(file.get(), &format));
+    const BioPtr file = openFile(path);
+    (void)tarnutil::X509Ptr(TARNSSL_load_X509_bio(file.get(), &format));
     return takeReason();
 }
 
@@ -45,26 +39,10 @@ std::string takeDamage(int format, BIO* file) {
     return ended ? "" : reason;
 }
 
-// `text` with every control character written out: what stands in a certificate is a stranger's.
-std::string printable(const std::string& text) {
-    std::string result;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (std::iscntrl(byte) == 0) {
-            result += c;
-        } else {
-            char escaped[5];
-            (void)std::snprintf(escaped, sizeof escaped, "\\x%02X", byte);
-            result += escaped;
-        }
-    }
-    return result;
-}
-
 // What `print` writes into a BIO.
 template <class Print>
 std::string printed(Print print) {
-    const Bio bio(BIO_new(BIO_s_mem()));
+    const BioPtr bio(BIO_new(BIO_s_mem()));
     print(bio.get());
     char* data = nullptr;
     const long size = BIO_get_mem_data(bio.get(), &data);
@@ -72,8 +50,8 @@ std::string printed(Print print) {
 }
 
 std::string textOf(X509_NAME* name) {
-    constexpr unsigned long readable =
-        XN_FLAG_ONELINE & ~static_cast<unsigned long>(ASN1_STRFLGS_ESC_MSB);
+    constexpr unsigned long escapes = ASN1_STRFLGS_ESC_MSB | ASN1_STRFLGS_ESC_CTRL;
+    constexpr unsigned long readable = XN_FLAG_ONELINE & ~escapes;  // printable does that
     return printed([=](BIO* bio) { X509_NAME_print_ex(bio, name, 0, readable); });
 }
 
@@ -85,10 +63,7 @@ std::string addressOf(const ASN1_IA5STRING* url) {
     return printed([=](BIO* bio) { ASN1_STRING_print_ex(bio, url, 0); });
 }
 
-struct FreePoints {
-    void operator()(CRL_DIST_POINTS* points) const { CRL_DIST_POINTS_free(points); }
-};
-using Points = std::unique_ptr<CRL_DIST_POINTS, FreePoints>;
+using PointsPtr = std::unique_ptr<CRL_DIST_POINTS, FreeWith<CRL_DIST_POINTS_free>>;
 
 // The first URI of a distribution point whose bytes up to a NUL are `beginning`; otherwise null.
 const ASN1_IA5STRING* uriOf(const DIST_POINT* point, const char* beginning) {
@@ -106,7 +81,7 @@ const ASN1_IA5STRING* uriOf(const DIST_POINT* point, const char* beginning) {
 
 // The address of a revocation list in `cert` that begins with `beginning`, with what follows a NUL.
 std::string wholeCrlUrl(X509* cert, const char* beginning) {
-    const Points points(static_cast<CRL_DIST_POINTS*>(
+    const PointsPtr points(static_cast<CRL_DIST_POINTS*>(
         X509_get_ext_d2i(cert, NID_crl_distribution_points, nullptr, nullptr)));
     for (int i = 0; i < sk_DIST_POINT_num(points.get()); ++i) {
         const auto* const uri = uriOf(sk_DIST_POINT_value(points.get(), i), beginning);
@@ -137,7 +112,7 @@ std::string takeReason() {
 }
 
 CertificateFile readCertificates(const std::string& path) {
-    const Bio file = openFile(path);
+    const BioPtr file = openFile(path);
     CertificateFile result{path, "", {}, ""};
     int format = kUnknown;
     while (X509* cert = TARNSSL_load_X509_bio(file.get(), &format)) {

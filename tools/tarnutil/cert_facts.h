@@ -5,21 +5,17 @@
 
 #include <tarnutil/cert.h>
 
-#include <memory>
 #include <string>
 #include <vector>
 
-namespace tarnutil_command {
+#include "openssl.h"
 
-struct FreeCertificate {
-    void operator()(X509* cert) const { X509_free(cert); }
-};
-using Certificate = std::unique_ptr<X509, FreeCertificate>;
+namespace tarnutil_command {
 
 struct CertificateFile {
     std::string path;
     std::string format;  // "PEM" or "DER"
-    std::vector<Certificate> certificates;
+    std::vector<tarnutil::X509Ptr> certificates;
     std::string damage;  // what ended the reading before the file did; empty if nothing
 };
 
@@ -30,7 +26,7 @@ CertificateFile readCertificates(const std::string& path);
 // The oldest reason in OpenSSL's error queue, which is where the trouble began; empties the queue.
 std::string takeReason();
 
-// Each fact as text for a terminal, and for JSON; empty where the certificate does not tell.
+// Each fact as printable text, in JSON too; empty where the certificate does not tell.
 std::string subjectOf(X509* cert);
 std::string issuerOf(X509* cert);
 std::string validFrom(X509* cert);

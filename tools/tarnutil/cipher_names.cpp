@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "cipher_names.h"
 
-#include <openssl/ssl.h>
 #include <tarnutil/ssl_suite.h>
 
 #include <algorithm>
@@ -10,6 +9,8 @@
 #include <memory>
 #include <set>
 #include <stdexcept>
+
+#include "openssl.h"
 
 namespace tarnutil_command {
 namespace {
@@ -104,18 +105,15 @@ std::string ianaName(unsigned id) {
     return row == std::end(kIanaNames) ? "" : row->name;
 }
 
-struct FreeSsl {
-    void operator()(SSL_CTX* ctx) const { SSL_CTX_free(ctx); }
-    void operator()(SSL* ssl) const { SSL_free(ssl); }
-};
+using SslPtr = std::unique_ptr<SSL, tarnutil::FreeWith<SSL_free>>;
 
 // The names of all suites that the linked OpenSSL has, by number.
 std::map<unsigned, std::string> opensslNames() {
-    const std::unique_ptr<SSL_CTX, FreeSsl> ctx(SSL_CTX_new(SSLv23_method()));
+    const tarnutil::SslCtxPtr ctx(SSL_CTX_new(SSLv23_method()));
     if (ctx == nullptr || SSL_CTX_set_cipher_list(ctx.get(), "ALL:COMPLEMENTOFALL") != 1) {
         throw std::runtime_error("OpenSSL does not list its cipher suites");
     }
-    const std::unique_ptr<SSL, FreeSsl> ssl(SSL_new(ctx.get()));
+    const SslPtr ssl(SSL_new(ctx.get()));
     if (ssl == nullptr) throw std::runtime_error("OpenSSL does not list its cipher suites");
     const STACK_OF(SSL_CIPHER)* const ciphers = SSL_get_ciphers(ssl.get());
     std::map<unsigned, std::string> names;

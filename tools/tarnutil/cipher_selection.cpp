@@ -12,7 +12,6 @@ namespace tarnutil_command {
 namespace {
 
 constexpr std::string_view kSeparators(" ,:;\0", 5);  // a zero byte separates as well
-constexpr std::size_t kLongestText = 1023;
 
 struct Piece {
     std::size_t begin, end;  // of the token
@@ -105,7 +104,7 @@ std::optional<Suites> CipherSelection::offer(const std::string& text) const {
 }
 
 std::vector<TokenEffect> CipherSelection::explain(const std::string& text) const {
-    const std::string applied = text.substr(0, kLongestText);
+    const std::string applied = text.substr(0, kLongestCipherString);
     std::vector<TokenEffect> effects;
     State before = stateAfter("", /*expand=*/true);
     for (const Piece& piece : tokensOf(applied)) {
@@ -151,7 +150,7 @@ std::string CipherSelection::expansionOf(const std::string& token) const {
 }
 
 UnknownTerm CipherSelection::unknownTerm(const std::string& text) const {
-    return locate(text.substr(0, kLongestText), /*keyword=*/"");
+    return locate(text.substr(0, kLongestCipherString), /*keyword=*/"");
 }
 
 // The first token whose prefix of `text` fails holds the term. A term is known by itself if it can
@@ -168,7 +167,7 @@ UnknownTerm CipherSelection::locate(const std::string& text, const std::string& 
             const auto* string = expand ? stringOf(loweredTerm(term)) : nullptr;
             if (string != nullptr && *string) {
                 if (fails(**string, /*expand=*/false)) {
-                    return locate((*string)->substr(0, kLongestText), loweredTerm(term));
+                    return locate((*string)->substr(0, kLongestCipherString), loweredTerm(term));
                 }
             } else if (end == piece.end || fails("all+" + term, /*expand=*/false)) {
                 return {term, text, keyword, begin};

@@ -1,18 +1,23 @@
 // SPDX-License-Identifier: Apache-2.0
 // A cipher string applied to the whole catalogue, and what became of it token by token.
 //
-// Everything is found by applying strings to contexts of their own, never by a second reading of
-// the language.
+// What a text offers, and what each token does, is found by applying texts to contexts of their
+// own. Of the language only the outside is read here a second time: what parts tokens and terms,
+// the operators in front, which keywords stand for strings, and how much of a text counts.
 #ifndef TARNUTIL_TOOLS_CIPHER_SELECTION_H
 #define TARNUTIL_TOOLS_CIPHER_SELECTION_H
 
 #include <tarnutil/ssl_suite.h>
 
+#include <cstddef>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace tarnutil_command {
+
+// In bytes: what stands behind does not count.
+constexpr std::size_t kLongestCipherString = 1023;
 
 // What a program sets up beside the string itself.
 struct CipherSettings {

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <nlohmann/json.hpp>
@@ -14,13 +15,12 @@
 #include "cipher_selection.h"
 #include "cipher_words.h"
 #include "commands.h"
+#include "output.h"
 
 namespace tarnutil_command {
 namespace {
 
 using nlohmann::ordered_json;
-
-constexpr std::size_t kLongestText = 1023;
 
 constexpr const char* kExample = R"(Example:
   $ tarnutil ciphers 'ecdhe+aes-gcm:!rc4:@strength'
@@ -75,17 +75,29 @@ std::vector<Warning> warningsOf(const Suites& offer) {
 // What is to be said of the whole of an offer, made from a string of `length` bytes.
 std::vector<std::string> remarksOn(const Suites& offer, std::size_t length) {
     std::vector<std::string> remarks;
-    if (length > kLongestText) {
-        remarks.push_back("only the first " + std::to_string(kLongestText) + " of " +
+    if (length > kLongestCipherString) {
+        remarks.push_back("only the first " + std::to_string(kLongestCipherString) + " of " +
                           std::to_string(length) + " bytes of the string count");
     }
     if (offer.empty()) remarks.emplace_back("no suite is offered");
     return remarks;
 }
 
-std::string counted(std::size_t count) {
-    return std::to_string(count) + (count == 1 ? " suite" : " suites");
-}
+// ---- Effects ----
+
+// What a token may do to suites.
+struct Effect {
+    const char* verb;
+    Suites TokenEffect::*suites;
+};
+constexpr Effect kEffects[] = {
+    // clang-format off
+    {"enabled",  &TokenEffect::enabled},
+    {"moved",    &TokenEffect::moved},
+    {"disabled", &TokenEffect::disabled},
+    {"removed",  &TokenEffect::removed},
+    // clang-format on
+};
 
 // ---- Text ----
 
@@ -113,20 +125,23 @@ void printOffer(const Suites& offer) {
     }
 }
 
-void printEffects(const std::vector<TokenEffect>& effects) {
-    const auto line = [](const char* verb, const Suites& suites) {
-        if (!suites.empty()) std::cout << "    " << verb << named(suites) << '\n';
-        return suites.empty() ? 0 : 1;
-    };
-    for (const TokenEffect& effect : effects) {
-        std::cout << effect.token;
-        if (!effect.expansion.empty()) std::cout << "  =  " << effect.expansion;
-        std::cout << '\n';
-        const int lines = line("enabled   ", effect.enabled) + line("moved     ", effect.moved) +
-                          line("disabled  ", effect.disabled) + line("removed   ", effect.removed);
-        if (lines == 0) std::cout << "    changed nothing\n";
+void printEffect(const TokenEffect& token) {
+    std::cout << token.token;
+    if (!token.expansion.empty()) std::cout << "  =  " << token.expansion;
+    std::cout << '\n';
+    bool changed = false;
+    for (const Effect& effect : kEffects) {
+        const Suites& suites = token.*effect.suites;
+        if (suites.empty()) continue;
+        std::cout << "    " << std::left << std::setw(10) << effect.verb << named(suites) << '\n';
+        changed = true;
     }
-    if (!effects.empty()) std::cout << '\n';
+    if (!changed) std::cout << "    changed nothing\n";
+}
+
+void printEffects(const std::vector<TokenEffect>& tokens) {
+    for (const TokenEffect& token : tokens) printEffect(token);
+    if (!tokens.empty()) std::cout << '\n';
 }
 
 void printWarnings(const Suites& offer, std::size_t length) {
@@ -135,7 +150,7 @@ void printWarnings(const Suites& offer, std::size_t length) {
     }
     for (const Warning& warning : warningsOf(offer)) {
         std::cerr << "warning: " << warning.danger->kind << ' ' << warning.danger->why << ": "
-                  << counted(warning.suites.size()) << ", first "
+                  << counted(warning.suites.size(), "suite") << ", first "
                   << ssl_suite[warning.suites[0]].name << '\n';
     }
 }
@@ -159,13 +174,10 @@ ordered_json asJson(const Suites& suites) {
     return array;
 }
 
-ordered_json asJson(const TokenEffect& effect) {
-    ordered_json object = {{"token", effect.token}};
-    if (!effect.expansion.empty()) object["expansion"] = effect.expansion;
-    object["enabled"] = asJson(effect.enabled);
-    object["moved"] = asJson(effect.moved);
-    object["disabled"] = asJson(effect.disabled);
-    object["removed"] = asJson(effect.removed);
+ordered_json asJson(const TokenEffect& token) {
+    ordered_json object = {{"token", token.token}};
+    if (!token.expansion.empty()) object["expansion"] = token.expansion;
+    for (const Effect& effect : kEffects) object[effect.verb] = asJson(token.*effect.suites);
     return object;
 }
 
@@ -175,9 +187,9 @@ ordered_json asJson(const Warning& warning) {
             {"suites", asJson(warning.suites)}};
 }
 
-void print(const ordered_json& json) {
-    using ErrorHandler = ordered_json::error_handler_t;
-    std::cout << json.dump(2, ' ', /*ensure_ascii=*/false, ErrorHandler::replace) << '\n';
+ordered_json asJson(const SuiteNames& names) {
+    return {
+        {"id", names.id}, {"name", names.own}, {"iana", names.iana}, {"openssl", names.openssl}};
 }
 
 template <typename Items>
@@ -189,8 +201,8 @@ ordered_json eachAsJson(const Items& items) {
 
 // ---- Failures ----
 
-// One printable character per byte, so that a caret below finds its column.
-std::string printable(std::string text) {
+// One character per byte, so that a caret below finds its column.
+std::string inColumns(std::string text) {
     for (char& c : text) c = c < ' ' || c > '~' ? '?' : c;
     return text;
 }
@@ -216,8 +228,8 @@ std::string hint(const UnknownTerm& unknown) {
     const std::string where =
         unknown.keyword.empty() ? "" : " in what \"" + unknown.keyword + "\" stands for";
     throw Refused((unknown.term.empty() ? "a word is missing"
-                                        : "no word is \"" + printable(unknown.term) + "\"") +
-                  where + "\n  " + printable(unknown.text) + "\n  " +
+                                        : "no word is \"" + inColumns(unknown.term) + "\"") +
+                  where + "\n  " + inColumns(unknown.text) + "\n  " +
                   std::string(unknown.position, ' ') + "^" + std::string(width - 1, '~') + "\n  " +
                   hint(unknown));
 }
@@ -236,7 +248,7 @@ void select(const Options& options) {
         json["suites"] = asJson(*offer);
         json["warnings"] = eachAsJson(warningsOf(*offer));
         json["remarks"] = remarksOn(*offer, options.text.size());
-        print(json);
+        printJson(json);
         return;
     }
     printEffects(effects);
@@ -247,20 +259,21 @@ void select(const Options& options) {
 
 std::string orDash(const std::string& name) { return name.empty() ? "-" : name; }
 
-void printCrossReference(bool json) {
-    ordered_json array = ordered_json::array();
+void printCrossReference() {
     for (const SuiteNames& names : crossReference()) {
-        array.push_back({{"id", names.id},
-                         {"name", names.own},
-                         {"iana", names.iana},
-                         {"openssl", names.openssl}});
-        if (json) continue;
         char columns[128];
         (void)std::snprintf(columns, sizeof columns, "0x%04X  %-36s  %-45s  ", names.id,
                             names.own.c_str(), orDash(names.iana).c_str());
         std::cout << columns << orDash(names.openssl) << '\n';
     }
-    if (json) print(array);
+}
+
+void showCrossReference(bool json) {
+    if (json) {
+        printJson(eachAsJson(crossReference()));
+    } else {
+        printCrossReference();
+    }
 }
 
 void printWords() {
@@ -271,7 +284,7 @@ void run(const Options& options) {
     if (options.words) {
         printWords();
     } else if (options.crossReference) {
-        printCrossReference(options.json);
+        showCrossReference(options.json);
     } else {
         select(options);
     }
@@ -284,7 +297,7 @@ void addCiphersCommand(CLI::App& app) {
         "ciphers", "Show the TLS suites that a cipher string offers, best first");
     const auto options = std::make_shared<Options>();
     CipherSettings& settings = options->settings;
-    ciphers->add_option("string", options->text, "The cipher string")->capture_default_str();
+    ciphers->add_option("STRING", options->text, "The cipher string")->capture_default_str();
     ciphers->add_option("--default", settings.defaultString, "What \"default\" stands for");
     ciphers->add_option("--common-criteria", settings.commonCriteriaString,
                         "What \"common_criteria\" stands for");

@@ -2,7 +2,8 @@
 // The subcommands of tarnutil: each file adds its own to the application.
 //
 // A subcommand's callback does its work and returns for exit code 0, throws Refused for 1 and
-// Unusable for 2; main prints what they and the library's exceptions say.
+// Unusable for 2; main prints what they and the library's exceptions say, which count as refusals:
+// where one is not the answer to what was asked, the subcommand nests it in an Unusable.
 #ifndef TARNUTIL_TOOLS_COMMANDS_H
 #define TARNUTIL_TOOLS_COMMANDS_H
 

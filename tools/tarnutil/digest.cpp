@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 // tarnutil digest: the digests of files, in the format of sha1sum and md5sum.
+#include <sys/stat.h>
 #include <tarnutil/CryptoUtil.h>
 #include <tarnutil/Exception.h>
 #include <tarnutil/File.h>
+#include <tarnutil/StringUtil.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <filesystem>
@@ -12,6 +15,8 @@
 #include <vector>
 
 #include "commands.h"
+#include "input.h"
+#include "output.h"
 #include "progress.h"
 
 namespace tarnutil_command {
@@ -19,6 +24,7 @@ namespace {
 
 using tarnutil::CryptoUtil;
 using tarnutil::File;
+using tarnutil::StringUtil;
 
 constexpr const char* kExample = R"(Example:
   $ tarnutil digest release.tar.gz >release.sha1
@@ -26,19 +32,9 @@ constexpr const char* kExample = R"(Example:
 )";
 
 struct Options {
-    bool md5 = false;
+    bool md5 = false, withTrace = false;
     std::vector<std::string> files;
 };
-
-std::string hex(const std::vector<unsigned char>& bytes) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        text += kDigits[byte >> 4];
-        text += kDigits[byte & 15];
-    }
-    return text;
-}
 
 // One line as sha1sum prints it: a name with a line break or a backslash is escaped, and the line
 // says so by a backslash at its start.
@@ -70,8 +66,8 @@ void requireReadable(const std::string& path, const std::string& name) {
     if (std::ferror(file) != 0) throw Unusable("cannot read " + name);
 }
 
-std::vector<unsigned char> digestOf(const std::string& name, bool md5) {
-    const std::string path = name == "-" ? "/dev/stdin" : name;
+std::vector<unsigned char> digestOfFile(const std::string& path, const std::string& name,
+                                        bool md5) {
     requireReadable(path, name);
     const std::uint64_t size =
         File::exists(path, /*followLinks=*/true) ? File::getFileSize(path) : 0;
@@ -79,13 +75,33 @@ std::vector<unsigned char> digestOf(const std::string& name, bool md5) {
     return md5 ? CryptoUtil::computeMd5Digest(path) : CryptoUtil::computeSha1Digest(path);
 }
 
+// Whether opening /dev/stdin reads what the descriptor would: a file is opened at its beginning,
+// wherever the descriptor stands in it (a pipe has no such place), and a socket not at all.
+bool canReopenStandardInput() {
+    struct stat status {};
+    if (fstat(STDIN_FILENO, &status) != 0) return true;  // the library says why
+    return !S_ISSOCK(status.st_mode) && lseek(STDIN_FILENO, 0, SEEK_CUR) <= 0;
+}
+
+std::vector<unsigned char> digestOfStandardInput(bool md5) {
+    if (canReopenStandardInput()) return digestOfFile("/dev/stdin", "-", md5);
+    const std::string content = contentOf("-");
+    std::vector<unsigned char> data(content.begin(), content.end());
+    return md5 ? CryptoUtil::computeMd5Digest(data) : CryptoUtil::computeSha1Digest(data);
+}
+
+std::string digestOf(const std::string& name, bool md5) {
+    return StringUtil::toHexString(name == "-" ? digestOfStandardInput(md5)
+                                               : digestOfFile(name, name, md5));
+}
+
 // Whether the digest could be printed; says on standard error why not.
-bool printed(const std::string& name, bool md5) {
+bool printed(const std::string& name, const Options& options) {
     try {
-        std::cout << line(hex(digestOf(name, md5)), name) << '\n';
+        std::cout << line(digestOf(name, options.md5), name) << '\n';
         return true;
     } catch (const std::exception& e) {
-        std::cerr << "tarnutil: " << e.what() << '\n';
+        report(e, options.withTrace);
         return false;
     }
 }
@@ -93,7 +109,7 @@ bool printed(const std::string& name, bool md5) {
 void run(const Options& options) {
     std::size_t unread = 0;
     for (const std::string& file : options.files) {
-        if (!printed(file, options.md5)) ++unread;
+        if (!printed(file, options)) ++unread;
     }
     if (unread > 0) {
         throw Unusable(std::to_string(unread) + " of " + std::to_string(options.files.size()) +
@@ -110,7 +126,10 @@ void addDigestCommand(CLI::App& app) {
     command->add_flag("--md5", options->md5, "MD5 instead of SHA-1");
     command->add_option("FILE", options->files, "Files, - for standard input")->required();
     command->footer(kExample);
-    command->callback([options] { run(*options); });
+    command->callback([options, trace = app.get_option("--trace")] {
+        options->withTrace = trace->count() > 0;
+        run(*options);
+    });
 }
 
 }  // namespace tarnutil_command

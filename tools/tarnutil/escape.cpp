@@ -24,7 +24,6 @@ Examples:
 
 struct Options {
     bool isForShell = false;
-    bool isForRegex = false;
     std::string text;
 };
 
@@ -47,11 +46,10 @@ void addEscapeCommand(CLI::App& app) {
         app.add_subcommand("escape", "Put a backslash where a reader would take a byte for more");
     CLI::Option_group* const dialect = command->add_option_group("dialect");
     dialect->add_flag("--shell", options->isForShell, "For a POSIX shell");
-    dialect->add_flag("--regex", options->isForRegex,
-                      "For an ECMAScript, Perl or POSIX extended expression");
+    dialect->add_flag("--regex", "For an ECMAScript, Perl or POSIX extended expression");
     dialect->require_option(1);
     const CLI::Option* const text =
-        command->add_option("text", options->text, "The text; standard input without it");
+        command->add_option("STRING", options->text, "The text; standard input without it");
     command->footer(kExample);
     command->callback([options, text] { escape(*options, text->count() > 0); });
 }

@@ -6,12 +6,14 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <iostream>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include <tarnutil/Exception.h>
 #include <tarnutil/StringUtil.h>
 
 #include "commands.h"
@@ -50,9 +52,17 @@ struct ShowOptions {
     std::optional<unsigned> port;
 };
 
+ip_addr_t addressOf(const std::string& text) {
+    try {
+        return StringUtil::stringToIp(text);
+    } catch (const tarnutil::Exception& e) {
+        std::throw_with_nested(Unusable(e.what()));
+    }
+}
+
 // The mask whose first `bits` bits are one.
 ip_addr_t maskOf(unsigned bits) {
-    ip_addr_t mask = StringUtil::stringToIp("0.0.0.0");
+    ip_addr_t mask = addressOf("0.0.0.0");
     for (unsigned bit = 0; bit < bits; ++bit) {
         mask.bytes[12 + bit / 8] |= static_cast<std::uint8_t>(0x80 >> bit % 8);
     }
@@ -77,8 +87,7 @@ void printHosts(const ip_addr_t& network, const ip_addr_t& mask, bool isSorted) 
     if (hosts == nullptr) {
         throw Refused(
             "no hosts: the network has to be IPv4, neither it nor the mask 0.0.0.0, and the mask "
-            "may "
-            "leave at most 16 host bits");
+            "may leave at most 16 host bits");
     }
     ip_addr_t* const end = hosts.get() + count;
     if (isSorted) {
@@ -97,14 +106,14 @@ void listHosts(const HostsOptions& options) {
     if (hasPrefix == !options.mask.empty()) {
         throw Unusable("give a network and a mask, or a network with its prefix: A.B.C.D/NN");
     }
-    const ip_addr_t network = StringUtil::stringToIp(options.network.substr(0, slash));
+    const ip_addr_t network = addressOf(options.network.substr(0, slash));
     const ip_addr_t mask = hasPrefix ? maskOf(prefixLength(options.network.substr(slash + 1)))
-                                     : StringUtil::stringToIp(options.mask);
+                                     : addressOf(options.mask);
     printHosts(network, mask, options.isSorted);
 }
 
 void show(const ShowOptions& options) {
-    const ip_addr_t addr = StringUtil::stringToIp(options.address);
+    const ip_addr_t addr = addressOf(options.address);
     const std::string text = StringUtil::ipToString(addr);
     const bool isIpv4 = text.find(':') == std::string::npos;
     std::cout << "address    " << text << '\n'
@@ -122,9 +131,9 @@ void show(const ShowOptions& options) {
 void addHosts(CLI::App& ip) {
     auto options = std::make_shared<HostsOptions>();
     CLI::App* const hosts = ip.add_subcommand("hosts", "List every address of an IPv4 network");
-    hosts->add_option("network", options->network, "The network: A.B.C.D, or A.B.C.D/NN")
+    hosts->add_option("NETWORK", options->network, "The network: A.B.C.D, or A.B.C.D/NN")
         ->required();
-    hosts->add_option("mask", options->mask, "The mask, which need not be contiguous");
+    hosts->add_option("MASK", options->mask, "The mask, which need not be contiguous");
     hosts->add_flag("--sorted", options->isSorted, "Order the addresses by number");
     hosts->footer(kHostsExample);
     hosts->callback([options] { listHosts(*options); });
@@ -133,8 +142,8 @@ void addHosts(CLI::App& ip) {
 void addShow(CLI::App& ip) {
     auto options = std::make_shared<ShowOptions>();
     CLI::App* const shown = ip.add_subcommand("show", "Show an address as the library holds it");
-    shown->add_option("address", options->address, "An IPv4 or IPv6 address")->required();
-    shown->add_option("port", options->port, "A port; only its low 16 bits count");
+    shown->add_option("ADDRESS", options->address, "An IPv4 or IPv6 address")->required();
+    shown->add_option("PORT", options->port, "A port; only its low 16 bits count");
     shown->footer(kShowExample);
     shown->callback([options] { show(*options); });
 }

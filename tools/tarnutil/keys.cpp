@@ -1,10 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "keys.h"
 
-#include <openssl/bio.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 #include <tarnutil/cert.h>
 
 #include <fstream>
@@ -14,13 +10,9 @@
 namespace tarnutil_command {
 namespace {
 
-struct FreeOpenssl {
-    void operator()(BIO* bio) const { BIO_vfree(bio); }
-    void operator()(EVP_PKEY* key) const { EVP_PKEY_free(key); }
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-template <class Object>
-using Owner = std::unique_ptr<Object, FreeOpenssl>;
+using tarnutil::BioPtr;
+using tarnutil::EvpPkeyPtr;
+using tarnutil::X509Ptr;
 
 // The forms in which a file may hold a public key.
 RSA* (*const kPublicKeyReaders[])(BIO*) = {
@@ -34,6 +26,17 @@ std::string firstLine(const std::string& file) {
     std::string line;
     if (!std::getline(in, line)) throw Unusable("cannot read a password from " + file);
     return line;
+}
+
+// The whole of a file, which is read once and may be a pipe; "" if it cannot be read or is larger
+// than any key.
+std::string contentOrNothing(const std::string& file) {
+    constexpr std::size_t kLargest = 1 << 20;
+    std::ifstream in(file, std::ios::binary);
+    std::string content(kLargest + 1, '\0');
+    in.read(content.data(), static_cast<std::streamsize>(content.size()));
+    content.resize(static_cast<std::size_t>(in.gcount()));
+    return content.size() > kLargest ? "" : content;
 }
 
 RsaPtr orUnusable(RSA* key, const std::string& what, const std::string& file) {
@@ -52,16 +55,17 @@ RsaPtr privateKey(const std::string& file, const std::string& passwordFile) {
 }
 
 RsaPtr publicKey(const std::string& file) {
+    const std::string content = contentOrNothing(file);
     for (const auto read : kPublicKeyReaders) {
-        const Owner<BIO> bio(BIO_new_file(file.c_str(), "rb"));
+        const BioPtr bio(BIO_new_mem_buf(content.data(), static_cast<int>(content.size())));
         if (RSA* const key = bio ? read(bio.get()) : nullptr) return RsaPtr(key);
     }
     return orUnusable(nullptr, "an RSA public key", file);
 }
 
 RsaPtr certifiedKey(const std::string& file) {
-    const Owner<X509> certificate(TARNSSL_load_X509_file(file.c_str()));
-    const Owner<EVP_PKEY> key(certificate ? X509_get_pubkey(certificate.get()) : nullptr);
+    const X509Ptr certificate(TARNSSL_load_X509_file(file.c_str()));
+    const EvpPkeyPtr key(certificate ? X509_get_pubkey(certificate.get()) : nullptr);
     return orUnusable(key ? EVP_PKEY_get1_RSA(key.get()) : nullptr, "a certificate with an RSA key",
                       file);
 }

@@ -8,12 +8,11 @@
 #include <memory>
 #include <string>
 
+#include "openssl.h"
+
 namespace tarnutil_command {
 
-struct FreeRsa {
-    void operator()(RSA* key) const { RSA_free(key); }
-};
-using RsaPtr = std::unique_ptr<RSA, FreeRsa>;
+using RsaPtr = std::unique_ptr<RSA, tarnutil::FreeWith<RSA_free>>;
 
 // Each throws Unusable if the file holds no such key. PEM or DER is found out.
 

@@ -7,6 +7,7 @@
 #include <tarnutil/version.h>
 
 #include "commands.h"
+#include "output.h"
 
 namespace tarnutil_command {
 namespace {
@@ -15,9 +16,11 @@ constexpr const char* kExample = R"(Example:
   tarnutil token issue --key issuer.pem --user alice role=admin | tarnutil token check --key issuer.pub
 )";
 
-void printTrace(const TraceableException& e) {
-    std::cerr << e.kind() << '\n';
-    for (const std::string& line : e.getStackTrace()) std::cerr << "  at " << line << '\n';
+// Of what a subcommand threw.
+ExitCode exitCodeOf(const std::exception& e) {
+    const bool isAnswer = dynamic_cast<const Refused*>(&e) != nullptr ||
+                          dynamic_cast<const tarnutil::Exception*>(&e) != nullptr;
+    return isAnswer ? kRefused : kUnusable;
 }
 
 // Parses the arguments, which runs the subcommand, and turns what that throws into an exit code.
@@ -27,19 +30,9 @@ int parse(CLI::App& app, const bool& withTrace, int argc, char** argv) {
         return kGood;
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kGood : kUnusable;
-    } catch (const Refused& e) {
-        std::cerr << "tarnutil: " << e.what() << '\n';
-        return kRefused;
-    } catch (const Unusable& e) {
-        std::cerr << "tarnutil: " << e.what() << '\n';
-        return kUnusable;
-    } catch (const tarnutil::Exception& e) {
-        std::cerr << "tarnutil: " << e.what() << '\n';
-        if (withTrace) printTrace(e);
-        return kRefused;
     } catch (const std::exception& e) {
-        std::cerr << "tarnutil: " << e.what() << '\n';
-        return kUnusable;
+        report(e, withTrace);
+        return exitCodeOf(e);
     }
 }
 

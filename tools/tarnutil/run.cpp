@@ -230,7 +230,7 @@ void addRunCommand(CLI::App& app) {
     const auto arguments = std::make_shared<Arguments>();
     CLI::App* sub = app.add_subcommand(
         "run", "Run a program, pass its streams through and say on standard error how it ended");
-    sub->add_option("command", arguments->command, "-- and the program, a path, then its arguments")
+    sub->add_option("COMMAND", arguments->command, "-- and the program, a path, then its arguments")
         ->required();
     sub->add_option("--timeout", arguments->seconds,
                     "Send SIGTERM after so many seconds, and SIGKILL 2 seconds later")

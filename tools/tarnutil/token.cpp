@@ -13,6 +13,7 @@
 #include "commands.h"
 #include "input.h"
 #include "keys.h"
+#include "output.h"
 
 namespace tarnutil_command {
 namespace {
@@ -65,26 +66,6 @@ Attributes attributesOf(const std::vector<std::string>& arguments) {
     return attributes;
 }
 
-// Whatever bytes a token holds, as valid JSON.
-void print(const nlohmann::ordered_json& json) {
-    std::cout << json.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-}
-
-// `text` with what could steer a terminal, or be taken for a line of its own, as \xNN.
-std::string printable(const std::string& text) {
-    constexpr char kDigits[] = "0123456789abcdef";
-    std::string safe;
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte >= ' ' && byte != 0x7F && byte != '\\') {
-            safe += c;
-        } else {
-            safe += {'\\', 'x', kDigits[byte >> 4], kDigits[byte & 15]};
-        }
-    }
-    return safe;
-}
-
 std::string utc(long time) {
     const std::time_t seconds = time;
     std::tm fields{};
@@ -120,7 +101,7 @@ void issue(const IssueOptions& options, bool withTime) {
         withTime ? CryptoUtil::generateAuthToken(options.user, attributes, options.time, key.get())
                  : CryptoUtil::generateAuthToken(options.user, attributes, key.get());
     if (options.json) {
-        print({{"token", token}});
+        printJson({{"token", token}});
     } else {
         std::cout << token << '\n';
     }
@@ -135,7 +116,8 @@ void check(const CheckOptions& options) {
                                  key.get());
     if (options.maxAge >= 0) refuseUnlessFresh(content.time, options.maxAge);
     if (options.json) {
-        print({{"user", content.user}, {"time", content.time}, {"attributes", content.attributes}});
+        printJson(
+            {{"user", content.user}, {"time", content.time}, {"attributes", content.attributes}});
     } else {
         print(content);
     }
