@@ -422,6 +422,10 @@ struct ThrowerCase {
     std::function<void()> run;
 };
 
+// Made before pipe() fails, for UndefinedBehaviorSanitizer calls it to see whether it can read an
+// object of a class that is new to it.
+Pipe prepared_pipe;
+
 void substituteStdin() {
     Pipe pipe;
     pipe.open();
@@ -436,7 +440,7 @@ void afterStarting(const std::function<void(ProcessExecutor&)>& use) {
 }
 
 const ThrowerCase kThrowerCases[] = {
-    {Call::pipe, [] { Pipe().open(); }},
+    {Call::pipe, [] { prepared_pipe.open(); }},
     {Call::dup, substituteStdin},
     {Call::dup2, substituteStdin},
     {Call::fork, [] { afterStarting([](ProcessExecutor&) {}); }},
