@@ -4,60 +4,30 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
+#include <cctype>
 #include <climits>
+#include <clocale>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <memory>
-#include <numeric>
-#include <optional>
 #include <random>
 #include <string>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "random.h"
-#include "rounds.h"
-#include "sanitized.h"
+#include "scratch_dir.h"
 #include "ssl_suite_listing.h"
 #include "ssl_suite_model.h"
+#include "ssl_suite_selection.h"
 
 using namespace tarnutil_test;
 using testing::ElementsAre;
 using testing::IsEmpty;
 using testing::Not;
-
-#if !TARNUTIL_TEST_SANITIZED
-
-// This program's allocation functions, in front of libc's: they count.
-namespace {
-std::atomic<unsigned long> allocations{0};
-}
-
-extern "C" {
-void* __libc_malloc(size_t size);
-void* __libc_calloc(size_t count, size_t size);
-void* __libc_realloc(void* block, size_t size);
-
-void* malloc(size_t size) noexcept {
-    ++allocations;
-    return __libc_malloc(size);
-}
-void* calloc(size_t count, size_t size) noexcept {
-    ++allocations;
-    return __libc_calloc(count, size);
-}
-void* realloc(void* block, size_t size) noexcept {
-    ++allocations;
-    return __libc_realloc(block, size);
-}
-}
-
-#endif
 
 namespace {
 
@@ -83,91 +53,6 @@ static_assert(offsetof(ssl_suite_ctx_t, report) == 4240);
 static_assert(offsetof(ssl_suite_ctx_t, terms) == 4248);
 static_assert(offsetof(ssl_suite_ctx_t, flags) == 4250);
 static_assert(sizeof(ssl_suite_ctx_t) == 4256);
-
-using Indices = std::vector<unsigned>;
-
-Indices wholeCatalogue() {
-    Indices all(SSL_SUITE_COUNT);
-    std::iota(all.begin(), all.end(), 0u);
-    return all;
-}
-
-// A context over the records of `suites`, in that order, and what its callback was told.
-class Selection {
-public:
-    explicit Selection(const Indices& suites = wholeCatalogue())
-        : ctx(new ssl_suite_ctx_t), members(suites) {
-        ssl_suite_ctx_init(ctx.get());
-        ctx->first = nullptr;
-        ctx->last = &ctx->first;
-        for (std::size_t i = 0; i < suites.size(); ++i) append(ctx->entries[i], suites[i]);
-        ctx->report = "yes";
-    }
-
-    ssl_suite_ctx_t* operator->() { return ctx.get(); }
-    ssl_suite_ctx_t* get() { return ctx.get(); }
-
-    int apply(const std::string& text, bool expand = true) {
-        // A copy of exactly that size, so that a sanitizer sees a read past its end.
-        const std::vector<char> bytes(text.begin(), text.end());
-        return ssl_suite_cmd(ctx.get(), bytes.data(), static_cast<unsigned>(bytes.size()), expand,
-                             note, this);
-    }
-
-    // Every entry, in list order.
-    std::vector<ModelItem> list() const {
-        std::vector<ModelItem> items;
-        for (const ssl_suite_entry_t* entry = ctx->first; entry != nullptr; entry = entry->next) {
-            items.push_back({entry->suite, (entry->flags & SSL_SUITE_ENTRY_ENABLED) != 0,
-                             (entry->flags & SSL_SUITE_ENTRY_DRAFT_DTLS) != 0});
-        }
-        return items;
-    }
-
-    Indices order() const {
-        Indices suites;
-        for (const ModelItem& item : list()) suites.push_back(item.suite);
-        return suites;
-    }
-
-    // The enabled ones, in list order.
-    Indices offer() const {
-        Indices suites;
-        for (const ModelItem& item : list()) {
-            if (item.enabled) suites.push_back(item.suite);
-        }
-        return suites;
-    }
-
-    // Whether the links lead through the list both ways and its end is known.
-    bool isLinked() const {
-        ssl_suite_entry_t* const* link = &ctx->first;
-        std::size_t count = 0;
-        for (; *link != nullptr; link = &(*link)->next) {
-            if ((*link)->prev != link || ++count > members.size()) return false;
-        }
-        return ctx->last == link;
-    }
-
-    std::vector<std::string> reported;
-
-private:
-    void append(ssl_suite_entry_t& entry, unsigned suite) {
-        entry = {nullptr, ctx->last, static_cast<std::uint16_t>(suite), 0, 0};
-        *ctx->last = &entry;
-        ctx->last = &entry.next;
-    }
-
-    static int note(void* self, ssl_suite_ctx_t* ctx, const char* term) {
-        Selection& selection = *static_cast<Selection*>(self);
-        EXPECT_EQ(ctx, selection.ctx.get());
-        selection.reported.push_back(term);
-        return static_cast<int>(selection.reported.size());  // of no meaning to the library
-    }
-
-    std::unique_ptr<ssl_suite_ctx_t> ctx;
-    Indices members;
-};
 
 template <typename Test>
 Indices listedWhere(Test test) {
@@ -746,6 +631,34 @@ TEST(SslSuiteTextTest, NoByteBeyondTheCutIsReadWhateverTheLength) {
     }
 }
 
+// A process in an ISO-8859-1 locale, which it makes for itself.
+class Latin1 {
+public:
+    Latin1() {
+        const std::string localedef = "localedef --quiet -i en_US -f ISO-8859-1 " + made / "latin1";
+        EXPECT_EQ(std::system(localedef.c_str()), 0) << localedef;
+        setenv("LOCPATH", made.path().c_str(), /*overwrite=*/1);
+        EXPECT_STREQ(std::setlocale(LC_CTYPE, "latin1"), "latin1");
+    }
+    ~Latin1() {
+        std::setlocale(LC_CTYPE, "C");
+        unsetenv("LOCPATH");
+    }
+    Latin1(const Latin1&) = delete;
+    Latin1& operator=(const Latin1&) = delete;
+
+private:
+    const ScratchDir made;
+};
+
+TEST(SslSuiteTextTest, LettersAreLoweredByTheLocaleOfTheProcess) {
+    Selection selection({9});
+    const Latin1 process;
+    EXPECT_EQ(selection.apply("aes:\xC4x"), 0);
+    EXPECT_THAT(selection.reported, ElementsAre("\xE4x"));
+    EXPECT_THAT(selection.offer(), ElementsAre(9));
+}
+
 TEST(SslSuiteTextTest, CanHoldAsManyTermsAsBytesAllow) {
     std::string text = "aes";
     while (text.size() + 4 <= 1023) text += "+aes";
@@ -776,7 +689,8 @@ struct FipsCase {
     Indices order;
 };
 
-// 143 class 0; 62 class 4; class 8: 21 RSA, 0 ECDHE_RSA, 41 ECDHE_ECDSA, 171 none.
+// SSL_FIPS_NONE: 143, 10. SSL_FIPS_WEAK: 62. SSL_FIPS_STRONG: 21 RSA, 0 ECDHE_RSA, 41 ECDHE_ECDSA,
+// 171 without a key exchange.
 const FipsCase kFipsCases[] = {
     {0, {62, 171, 41, 0, 21, 143, 10}},
     {SSL_SUITE_CTX_FIPS_RSA, {0, 21, 62, 171, 41, 143, 10}},
@@ -859,127 +773,6 @@ TEST(SslSuiteSortTest, GivesWhatRepeatedPassesGive) {
     }
 }
 
-// ---- The model ----
-
-template <typename T>
-const T& one(const std::vector<T>& of, std::mt19937& random) {
-    return of[random() % of.size()];
-}
-
-bool chance(std::mt19937& random, unsigned percent) { return random() % 100 < percent; }
-
-std::string inMixedCase(std::string text, std::mt19937& random) {
-    for (char& c : text) {
-        if (random() % 2 != 0) {
-            c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-        }
-    }
-    return text;
-}
-
-std::string randomTerm(std::mt19937& random) {
-    static const std::vector<std::string> commands = {
-        "@speed",          "@strength", "@fips", "rfcdtls", "draftdtls", "default",
-        "common_criteria", "fips",      "sslv3", "all",     "native",    "null"};
-    static const std::vector<std::string> nonsense = {"", "x", "aes128", "@", "a\tb", "-", "!aes"};
-    const auto kind = random() % 100;
-    if (kind < 55) return one(selectingKeywords(), random);
-    if (kind < 75) return one(listedSuites(), random).name;
-    if (kind < 98) return one(commands, random);
-    return one(nonsense, random);
-}
-
-std::string randomToken(std::mt19937& random) {
-    static const std::vector<std::string> operators = {"", "", "", "!", "-", "-", "+"};
-    std::string token = one(operators, random) + randomTerm(random);
-    while (chance(random, 20)) token += "+" + randomTerm(random);
-    return chance(random, 20) ? inMixedCase(token, random) : token;
-}
-
-std::string randomText(std::mt19937& random, unsigned long tokens) {
-    static const std::string separators = " ,:;";
-    std::string text;
-    for (unsigned long i = 0; i < tokens; ++i) {
-        if (i > 0) text += separators[random() % separators.size()];
-        text += randomToken(random);
-    }
-    if (chance(random, 2)) text += ':';
-    if (chance(random, 1)) text.insert(random() % (text.size() + 1), 1, '\0');
-    return text;
-}
-
-Indices randomSuites(std::mt19937& random) {
-    static const Indices all = wholeCatalogue();
-    const std::size_t size = chance(random, 10) ? random() % (all.size() + 1) : random() % 24;
-    Indices suites;
-    if (size > 24) {
-        suites = all;
-        std::shuffle(suites.begin(), suites.end(), random);
-        suites.resize(size);
-        return suites;
-    }
-    while (suites.size() < size) {
-        const unsigned suite = one(all, random);
-        if (std::find(suites.begin(), suites.end(), suite) == suites.end()) suites.push_back(suite);
-    }
-    return suites;
-}
-
-// A context and its model, made alike at random.
-struct Pair {
-    explicit Pair(std::mt19937& random) : selection(randomSuites(random)) {
-        const auto flags = random() % 16;
-        selection->flags = static_cast<std::uint8_t>(flags);
-        model.admitsRsa = (flags & SSL_SUITE_CTX_FIPS_RSA) != 0;
-        model.admitsEcdsa = (flags & SSL_SUITE_CTX_FIPS_ECDSA) != 0;
-        model.admitsGmssl = flags >= 4;
-        model.list = selection.list();
-        selection->default_string = givenString(model.defaultString, random);
-        selection->common_criteria_string = givenString(model.commonCriteriaString, random);
-        selection->fips_string = givenString(model.fipsString, random);
-    }
-
-    void expectTheSameOf(const std::string& text, bool expand) {
-        selection.reported.clear();
-        model.unknownTerms.clear();
-        ASSERT_EQ(selection.apply(text, expand), model.apply(text, expand) ? 1 : 0) << text;
-        ASSERT_TRUE(selection.isLinked()) << text;
-        ASSERT_TRUE(selection.list() == model.list) << text;
-        ASSERT_EQ(selection.reported, model.unknownTerms) << text;
-    }
-
-    Selection selection;
-    SelectionModel model;
-
-private:
-    static const char* givenString(std::optional<std::string>& string, std::mt19937& random) {
-        if (chance(random, 30)) return nullptr;
-        string = randomText(random, random() % 4);
-        string->erase(std::remove(string->begin(), string->end(), '\0'), string->end());
-        return string->c_str();
-    }
-};
-
-TEST(SslSuiteModelTest, AMillionRandomTextsDoWhatTheModelDoes) {
-    std::mt19937 random(chosenSeed());
-    unsigned long texts = 0;
-    while (texts < inRounds(1000000) && !testing::Test::HasFatalFailure()) {
-        Pair pair(random);
-        for (int i = 0; i < 10 && !testing::Test::HasFatalFailure(); ++i, ++texts) {
-            pair.expectTheSameOf(randomText(random, random() % 5), /*expand=*/chance(random, 75));
-        }
-    }
-    EXPECT_GE(texts, inRounds(1000000));
-}
-
-TEST(SslSuiteModelTest, LongRandomTextsDoWhatTheModelDoes) {
-    std::mt19937 random(chosenSeed());
-    for (int i = 0; i < 2000 && !testing::Test::HasFatalFailure(); ++i) {
-        Pair pair(random);
-        pair.expectTheSameOf(randomText(random, 60 + random() % 150), /*expand=*/true);
-    }
-}
-
 // ---- Threads ----
 
 Indices offerOfDefault() {
@@ -1001,51 +794,6 @@ TEST(SslSuiteThreadTest, TwoThreadsSelectInContextsOfTheirOwn) {
     second.join();
     EXPECT_THAT(wrong, ElementsAre(0, 0));
 }
-
-// ---- Allocation ----
-
-#if !TARNUTIL_TEST_SANITIZED
-
-TEST(SslSuiteAllocationTest, TheCountCounts) {
-    const unsigned long before = allocations;
-    volatile std::size_t size = 10;
-    std::free(std::malloc(size));
-    EXPECT_EQ(allocations, before + 1);
-}
-
-TEST(SslSuiteAllocationTest, NoCommandAllocates) {
-    Selection selection;
-    selection->default_string = "all:!null:@strength";
-    selection->fips_string = "aes+nonsense";
-    const std::string texts[] = {
-        "default:!rc4:-3des:+sha:AES128-SHA:ecdhe+aes-gcm:@speed:@strength:@fips:draftdtls", "fips",
-        "aes::rc4", std::string(5000, 'x')};
-    const unsigned long before = allocations;
-    for (const std::string& text : texts) {
-        (void)ssl_suite_cmd(
-            selection.get(), text.data(), static_cast<unsigned>(text.size()), 1,
-            [](void*, ssl_suite_ctx_t*, const char*) { return 0; }, nullptr);
-    }
-    EXPECT_EQ(allocations, before);
-}
-
-TEST(SslSuiteAllocationTest, NamingFindingAndPrintingASuiteAllocateNothing) {
-    char row[SSL_SUITE_ROW_SIZE];
-    const unsigned long before = allocations;
-    for (unsigned i = 0; i < SSL_SUITE_COUNT; ++i) {
-        (void)ssl_cipher_suite(row, sizeof row, &ssl_suite[i]);
-        (void)ssl_cipher_suite_from_id(ssl_suite[i].id);
-    }
-    for (unsigned code = 0; code < 20; ++code) {
-        for (const auto name :
-             {ssl_protocol_name, ssl_cipher_name, ssl_mac_name, ssl_keyxchg_name}) {
-            (void)name(code);
-        }
-    }
-    EXPECT_EQ(allocations, before);
-}
-
-#endif
 
 // ---- ssl_suite_ctx_init ----
 

@@ -22,7 +22,7 @@ struct ListedSuite {
 
     unsigned byte(unsigned offset) const;
     bool isExport() const { return (byte(13) & 0x40) != 0; }
-    unsigned fipsClass() const { return byte(14) & 0x0C; }
+    unsigned fipsClass() const { return byte(14) >> 2; }
 };
 
 // All records in table order, read once. Throws std::runtime_error if there is no listing.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "ssl_suite_model.h"
 
+#include <tarnutil/ssl_suite.h>
+
 #include <algorithm>
 #include <functional>
 #include <map>
@@ -256,8 +258,8 @@ void SelectionModel::sortByStrength() {
 bool SelectionModel::sortByFips() {
     const auto rank = [&](const ModelItem& item) {
         const ListedSuite& suite = listedSuites()[item.suite];
-        if (suite.fipsClass() == 0) return 3;
-        if (suite.fipsClass() == 4) return 2;
+        if (suite.fipsClass() == SSL_FIPS_NONE) return 3;
+        if (suite.fipsClass() == SSL_FIPS_WEAK) return 2;
         const std::string& kx = suite.keyxchg;
         const bool rsa = kx == "DH/RSA" || kx == "EDH/RSA" || kx == "RSA" || kx == "ECDH_RSA" ||
                          kx == "ECDHE_RSA";
@@ -267,7 +269,7 @@ bool SelectionModel::sortByFips() {
     std::stable_sort(list.begin(), list.end(),
                      [&](const ModelItem& a, const ModelItem& b) { return rank(a) < rank(b); });
     return std::any_of(list.begin(), list.end(), [](const ModelItem& item) {
-        return listedSuites()[item.suite].fipsClass() != 0;
+        return listedSuites()[item.suite].fipsClass() != SSL_FIPS_NONE;
     });
 }
 

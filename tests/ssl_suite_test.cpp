@@ -21,10 +21,12 @@ namespace {
 static_assert(std::is_same_v<decltype(ssl_suite), const ssl_suite_t[175]>,
               "programs count on the size and see no way to write");
 
-// The codes that no record stores, so that no byte of the table holds them in place.
+// The codes that no record stores, and the classes that the table stores by number: no byte of it
+// holds these names in place.
 static_assert(SSL_PROTOCOL_NONE == 0 && SSL_PROTOCOL_SSL2 == 1);
 static_assert(SSL_MAC_SHA512 == 6);
 static_assert(SSL_KEYXCHG_DH_RSA == 2);
+static_assert(SSL_FIPS_NONE == 0 && SSL_FIPS_WEAK == 1 && SSL_FIPS_STRONG == 2);
 
 std::string storedBytes(const ssl_suite_t& suite) {
     unsigned char stored[sizeof suite];
@@ -103,7 +105,7 @@ TEST(SslSuiteTableTest, FieldsReadTheBitsThatTheyName) {
         EXPECT_EQ(ssl_mac_name(suite.mac), listed.mac);
         EXPECT_EQ(ssl_keyxchg_name(suite.keyxchg), listed.keyxchg);
         EXPECT_EQ(suite.is_export, listed.isExport());
-        EXPECT_EQ(suite.fips * 4u, listed.fipsClass());
+        EXPECT_EQ(suite.fips, listed.fipsClass());
         EXPECT_EQ(suite.flags_13_4, listed.byte(13) >> 4 & 3);
         EXPECT_EQ(suite.flags_13_7, listed.byte(13) >> 7);
         EXPECT_EQ(suite.flags_14_0, listed.byte(14) & 3);
