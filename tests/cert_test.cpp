@@ -173,11 +173,50 @@ TEST_F(CertTest, ABufferOfNegativeLengthEndsInNul) {
               nullptr);
 }
 
+TEST_F(CertTest, ABufferTellsTheFormatThatItWasIn) {
+    for (const auto& [name, told] : {std::pair("leaf.pem", 1), std::pair("leaf.der", 2)}) {
+        const std::string bytes = readFile(material(name));
+        const int length = static_cast<int>(bytes.size());
+        int format = 0;
+        EXPECT_NE(X509Ptr(TARNSSL_load_X509_buf(bytes.data(), length, &format)), nullptr);
+        EXPECT_EQ(format, told) << name;
+        format = 3 - told;  // the other
+        EXPECT_EQ(TARNSSL_load_X509_buf(bytes.data(), length, &format), nullptr) << name;
+        EXPECT_EQ(format, 3 - told) << name;
+    }
+}
+
 TEST_F(CertTest, ACertificateBehindAKeyIsFound) {
     const std::string bytes = readFile(material("rsa.pem")) + readFile(material("leaf.pem"));
     const BioPtr bio = reading(bytes);
     EXPECT_TRUE(readsCertificate(bio.get(), nullptr));
     EXPECT_THAT(drainErrors(), IsEmpty());
+}
+
+// Asks everything but the address of a list, which would be kept for good.
+void inspect(X509* cert) {
+    char text[200];
+    AUTHORITY_INFO_ACCESS* access = nullptr;
+    if (TARNSSL_get_ocsp_resp_url_from_aia(cert, &access) != nullptr) {
+        sk_ACCESS_DESCRIPTION_pop_free(access, ACCESS_DESCRIPTION_free);
+    }
+    EXPECT_EQ(TARNSSL_X509_to_fingerprint_str(cert, text, sizeof text), 1);
+    (void)TARNSSL_X509_get_SANs_str(cert, text, sizeof text);
+    static const X509Ptr issuer = certificate("issuing.pem");
+    (void)TARNSSL_verify_issuer(issuer.get(), cert);
+    (void)TARNSSL_verify_issuer(cert, issuer.get());
+}
+
+bool inspectsCertificate(BIO* bio, int* format) {
+    const X509Ptr cert(TARNSSL_load_X509_bio(bio, format));
+    if (cert != nullptr) inspect(cert.get());
+    return cert != nullptr;
+}
+bool inspectsRequest(BIO* bio, int* format) {
+    char text[200];
+    const RequestPtr request(TARNSSL_load_X509_REQ_bio(bio, format));
+    if (request != nullptr) TARNSSL_X509_REQ_get_SANs_str(request.get(), text, sizeof text);
+    return request != nullptr;
 }
 
 struct DamageCase {
@@ -195,10 +234,10 @@ protected:
     }
 };
 INSTANTIATE_TEST_SUITE_P(All, DamagedCertTest,
-                         testing::Values(DamageCase{readsCertificate, "leaf.pem"},
-                                         DamageCase{readsCertificate, "leaf.der"},
-                                         DamageCase{readsRequest, "named.req.pem"},
-                                         DamageCase{readsRequest, "named.req.der"},
+                         testing::Values(DamageCase{inspectsCertificate, "leaf.pem"},
+                                         DamageCase{inspectsCertificate, "leaf.der"},
+                                         DamageCase{inspectsRequest, "named.req.pem"},
+                                         DamageCase{inspectsRequest, "named.req.der"},
                                          DamageCase{readsCrl, "root.crl.pem"},
                                          DamageCase{readsCrl, "root.crl.der"}));
 
@@ -226,6 +265,24 @@ TEST_P(DamagedCertTest, LeaksNothingWhereverItIsAltered) {
         }
     });
     EXPECT_GT(refused, 0);
+}
+
+// The lists are kept for good, as they are of a certificate that is not altered.
+TEST_F(CertTest, AnAlteredCertificateTellsAnAddressOrNone) {
+    std::string bytes = readFile(material("leaf.der"));
+    int addresses = 0;
+    int others = 0;
+    for (char& byte : bytes) {
+        const char original = byte;
+        byte = static_cast<char>(original ^ 0x15);
+        const BioPtr bio = reading(bytes);
+        X509Ptr cert(TARNSSL_load_X509_bio(bio.get(), nullptr));
+        byte = original;
+        if (cert == nullptr) continue;
+        ++(firstCrlAddress(std::move(cert)).empty() ? others : addresses);
+    }
+    EXPECT_GT(addresses, 0);
+    EXPECT_GT(others, 0);
 }
 
 }  // namespace

@@ -122,6 +122,46 @@ TEST_F(ChainTest, DamageInTheChainIsRefusedAfterWhatStandsBeforeIt) {
     EXPECT_THAT(chainNames(), ElementsAre("issuing"));
 }
 
+std::size_t count(const std::string& text, const std::string& part) {
+    std::size_t found = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
+    return found;
+}
+
+// How many blocks a part of a chain holds, and whether all that begin in it are whole.
+struct Blocks {
+    explicit Blocks(const std::string& part)
+        : whole(count(part, "-----END CERTIFICATE-----")),
+          good(whole > 0 && whole == count(part, "-----BEGIN CERTIFICATE-----")) {}
+    const std::size_t whole;
+    const bool good;
+};
+
+TEST_F(ChainTest, AChainIsRefusedIfItIsCutInABlockWhereverThatIs) {
+    const std::string whole = readFile(material("leaf.pem")) + readFile(material("issuing.pem"));
+    const ScratchDir dir;
+    for (std::size_t length = 0; length <= whole.size(); ++length) {
+        const std::string path = dir.write("chain", whole.substr(0, length));
+        const Blocks blocks(whole.substr(0, length));
+        const int found = blocks.whole > 1 ? 1 : 0;
+        ASSERT_EQ(use(path), blocks.good ? 1 : 0) << length;
+        ASSERT_EQ(TARNSSL_cert_contain_issuer(path.c_str()), blocks.good ? found : -1) << length;
+    }
+}
+
+TEST_F(ChainTest, ACutChainLeavesNothingBehind) {
+    const std::string whole = readFile(material("chain.pem"));
+    const ScratchDir dir;
+    for (std::size_t length = 0; length <= whole.size(); length += 97) {
+        const std::string path = dir.write("chain", whole.substr(0, length));
+        expectNothingHeld([&] {
+            const SslCtxPtr own(SSL_CTX_new(SSLv23_method()));
+            (void)TARNSSL_CTX_use_certificate_chain_file(own.get(), path.c_str());
+            (void)TARNSSL_cert_contain_issuer(path.c_str());
+        });
+    }
+}
+
 void recordQueued(const char* file, int line) {
     record("error queue", std::string(file) + ":" + std::to_string(line));
 }
@@ -225,6 +265,17 @@ TEST_F(ChainTest, KeysInstallFromBothFormats) {
     EXPECT_EQ(usesKey(material("ec.locked.pem"), secret), 1);
     EXPECT_EQ(usesKey(material("ec.locked.pem"), nullptr), 0);
     EXPECT_EQ(usesKey("/nonexistent/key", nullptr), 0);
+}
+
+TEST_F(ChainTest, SingleOnesReturnWhatTheContextSays) {
+    const std::string cert = material("leaf.pem");
+    const std::string key = material("leaf.key.pem");
+    for (const int answer : {2, -1, 0}) {
+        const Fault certFault(Call::SSL_CTX_use_certificate, answer);
+        const Fault keyFault(Call::SSL_CTX_use_PrivateKey, answer);
+        EXPECT_EQ(TARNSSL_CTX_use_certificate_file(ctx.get(), cert.c_str()), answer);
+        EXPECT_EQ(TARNSSL_CTX_use_PrivateKey_file(ctx.get(), key.c_str(), nullptr), answer);
+    }
 }
 
 TEST_F(ChainTest, AKeyThatIsNotTheCertificatesIsRefused) {

@@ -85,6 +85,7 @@
     ROW(Result, unsigned char*, SHA1,             (const unsigned char* a, std::size_t b, unsigned char* c), (a, b, c)) \
     ROW(Result, long,        SSL_CTX_ctrl,        (SSL_CTX* a, int b, long c, void* d),             (a, b, c, d))     \
     ROW(Result, SSL_CTX*,    SSL_CTX_new,         (const SSL_METHOD* a),                            (a))              \
+    ROW(Result, int,         SSL_CTX_use_PrivateKey, (SSL_CTX* a, EVP_PKEY* b),                         (a, b))       \
     ROW(Result, int,         SSL_CTX_use_certificate, (SSL_CTX* a, X509* b),                            (a, b))       \
     ROW(Result, int,         X509_digest,         (const X509* a, const EVP_MD* b, unsigned char* c, unsigned* d), (a, b, c, d))\
     ROW(Result, EVP_PKEY*,   X509_get_pubkey,     (X509* a),                                        (a))              \

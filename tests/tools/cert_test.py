@@ -53,6 +53,11 @@ def openssl(*arguments):
     return subprocess.run(["openssl", *arguments], check=True, capture_output=True).stdout.decode()
 
 
+def no_certificate(name):
+    """What is said of a file that holds PEM of another kind."""
+    return f"tarnutil: no certificate in {material(name)}: as PEM: no start line; as DER: wrong tag\n"
+
+
 class ShowTest(CommandTest):
     def test_tells_what_stands_in_a_certificate(self):
         for name, found in (("leaf.pem", "PEM"), ("leaf.der", "DER")):
@@ -127,9 +132,7 @@ class ShowTest(CommandTest):
                 self.assertEqual(self.fact("subject", subject.encode()), "CN = " + shown)
 
     def test_says_what_each_format_failed_with(self):
-        path = material("rsa.pem")
-        self.expect(cert("show", path), 2, "", "tarnutil: no certificate in " + path +
-                    ": as PEM: no start line; as DER: wrong tag\n")
+        self.expect(cert("show", material("rsa.pem")), 2, "", no_certificate("rsa.pem"))
 
     def test_says_why_a_file_cannot_be_opened(self):
         self.expect(cert("show", "/nonexistent/file"), 2, "",
@@ -169,6 +172,10 @@ class IssuerTest(CommandTest):
             told = json.loads(cert("issuer", "--json", material("leaf.pem"), path).stdout)
             self.assertEqual((told["found"], told["damage"]), (True, "bad end line"))
 
+    def test_says_which_file_holds_no_certificate(self):
+        for files in (("leaf.pem", "rsa.pem"), ("rsa.pem", "chain.pem")):
+            self.expect(cert("issuer", *map(material, files)), 2, "", no_certificate("rsa.pem"))
+
     def test_wants_both_files(self):
         self.assertEqual(cert("issuer", material("leaf.pem")).returncode, 2)
 
@@ -199,6 +206,9 @@ class ChainTest(CommandTest):
         with written(content("leaf.pem") + CUT_BLOCK) as path:
             told = self.told(path, 1)
         self.assertEqual(told["complaint"], "a server does not load it: bad end line")
+
+    def test_says_that_a_file_holds_no_certificate(self):
+        self.expect(cert("chain", material("rsa.pem")), 2, "", no_certificate("rsa.pem"))
 
     def test_a_leaf_alone_lacks_its_issuer(self):
         self.assertEqual(self.told("leaf.pem", 1)["complaint"],
