@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 #include "output.h"
 
+#include <algorithm>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <string_view>
@@ -15,7 +16,7 @@ namespace {
 // ranges leave out overlong forms, surrogates, what is beyond U+10FFFF, and C1.
 struct Lead {
     unsigned char first, last;
-    std::size_t length;
+    unsigned char length;
     unsigned char secondFirst, secondLast;
 };
 constexpr Lead kLeads[] = {
@@ -43,10 +44,8 @@ bool isPlainAscii(char c) { return isWithin(c, ' ', '~') && c != '\\'; }
 bool begins(std::string_view text, const Lead& lead) {
     if (text.size() < lead.length || !isWithin(text[0], lead.first, lead.last)) return false;
     if (!isWithin(text[1], lead.secondFirst, lead.secondLast)) return false;
-    for (const char c : text.substr(2, lead.length - 2)) {
-        if (!isWithin(c, 0x80, 0xBF)) return false;
-    }
-    return true;
+    const std::string_view rest = text.substr(2, lead.length - 2U);
+    return std::all_of(rest.begin(), rest.end(), [](char c) { return isWithin(c, 0x80, 0xBF); });
 }
 
 // How many bytes at the beginning of `text`, which is not empty, are a character that can be shown
