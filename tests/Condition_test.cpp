@@ -33,8 +33,7 @@ namespace {
 static_assert(!std::is_copy_constructible_v<Condition> && !std::is_copy_assignable_v<Condition>);
 static_assert(!std::is_convertible_v<bool, Condition>);
 
-// --- Failures
-// --------------------------------------------------------------------------------------
+// ---- Failures ----
 
 // Each does one thing to a condition, with `call` failing in it with EINVAL.
 void build(bool abort, Call call) {
@@ -124,8 +123,7 @@ TEST(ConditionTest, FailedDestructionAbortsAConditionThatWasToldTo) {
     EXPECT_EXIT(destroy(), KilledBySignal(SIGABRT), testing::Eq(""));
 }
 
-// --- Waiting
-// ---------------------------------------------------------------------------------------
+// ---- Waiting ----
 
 // A mutex, a condition, and the number that they guard and announce.
 struct Counter {
@@ -224,8 +222,7 @@ TEST(ConditionTest, CancelledWaiterGivesTheMutexBack) {
 }
 #endif
 
-// --- Deadlines
-// -------------------------------------------------------------------------------------
+// ---- Deadlines ----
 
 TEST(ConditionTest, DeadlineThatPassesIsFalse) {
     for (const unsigned long timeout : {0UL, 999UL}) {

@@ -41,8 +41,7 @@ long attributesAlive() {
            static_cast<long>(Fault::calls(Call::pthread_mutexattr_destroy));
 }
 
-// --- Failures
-// --------------------------------------------------------------------------------------
+// ---- Failures ----
 
 // Each does one thing to a mutex, with `call` failing in it with ENOMEM.
 void build(bool abort, Call call) {
@@ -171,8 +170,7 @@ TEST(MutexTest, DestroyingAHeldMutexThrowsNothing) {
 }
 #endif
 
-// --- Building
-// --------------------------------------------------------------------------------------
+// ---- Building ----
 
 TEST(MutexTest, IsBuiltInFourStepsWithTheKindItWasGiven) {
     for (const int kind : {Mutex::NORMAL, Mutex::RECURSIVE, Mutex::ERRORCHECK}) {
@@ -186,8 +184,7 @@ TEST(MutexTest, IsBuiltInFourStepsWithTheKindItWasGiven) {
     }
 }
 
-// --- Locking
-// ---------------------------------------------------------------------------------------
+// ---- Locking ----
 
 // Whether another thread could have the lock; gives it back.
 bool othersCanTake(Mutex& mutex) {
@@ -246,8 +243,7 @@ TEST(MutexTest, HoldersKeepThreadsApart) {
     EXPECT_EQ(sum, 20000);
 }
 
-// --- LockHolder
-// ------------------------------------------------------------------------------------
+// ---- LockHolder ----
 
 const std::initializer_list<Call> kLocking = {Call::pthread_mutex_lock, Call::pthread_mutex_unlock};
 

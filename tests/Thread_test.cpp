@@ -93,8 +93,7 @@ private:
     std::atomic<bool> opened{false};
 };
 
-// --- What each operation comes to in each state
-// ----------------------------------------------------
+// ---- What each operation comes to in each state ----
 
 // A thread whose work lasts until it is released. Ends well from every state.
 struct Subject {
@@ -237,8 +236,7 @@ TEST_P(ThreadStateTest, OperationComesToWhatItPromises) {
     EXPECT_EQ(subject.census.constructed(), 1);
 }
 
-// --- Failing calls
-// ---------------------------------------------------------------------------------
+// ---- Failing calls ----
 
 struct StartFailureCase {
     Call call;
@@ -435,8 +433,7 @@ TEST(ThreadTest, FailuresOfTheRecordsMutexAbortAtTheEndOfTheWork) {
     }
 }
 
-// --- The work and its callbacks
-// --------------------------------------------------------------------
+// ---- The work and its callbacks ----
 
 TEST(ThreadTest, JoinReturnsTheRunnableThatRan) {
     Census census;
@@ -608,7 +605,8 @@ TEST(ThreadTest, ExceptionOfTheWorkEndsTheProcess) {
 TEST(ThreadTest, ThreadThatEndedItselfHasNoRunnableToReturn) {
     const auto joinThreadThatLeft = [] {
         auto* census = new Census;
-        auto* thread = new Thread(census->runnable([] { pthread_exit(nullptr); }), false);
+        auto* thread = new Thread(census->runnable([] { pthread_exit(nullptr); }),
+                                  /*startDetached=*/false);
         thread->start();
         const std::string text = thrown([&] { (void)thread->join(); });
         const bool kept = !thread->getHasExited() && census->destroyed() == 0;
@@ -667,8 +665,7 @@ TEST(ThreadTest, CancelledJoinCanBeTriedAgain) {
 }
 #endif
 
-// --- Who destroys what
-// -----------------------------------------------------------------------------
+// ---- Who destroys what ----
 
 TEST(ThreadTest, ThreadThatWasNeverStartedDestroysItsRunnable) {
     Census census;
@@ -859,8 +856,7 @@ TEST(ThreadTest, DetachPassesTheMutexBeforeItLeavesItsMark) {
     }
 }
 
-// --- The end of the work crosses detach()
-// ----------------------------------------------------------
+// ---- The end of the work crosses detach() ----
 
 constexpr int kCrossings = 100000;
 
