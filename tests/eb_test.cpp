@@ -644,8 +644,8 @@ TEST(EbBoundsTest, TheNextTopOfOneRecordIsNeverThere) {
     EXPECT_EQ(eb_find_next(holding(27, {0, 3 * kTop, 5 * kTop}), 4 * kTop), kNone);
 }
 
-// The set {2^19 + 7, ..., 2 * 2^19 + 9 } minus what was removed: min < max without any top.
-eb_t* withoutTopButWithTwoMembers() {
+// The set {5}, whose largest member reads 2^19 + 7: min < max, and no top holds anything.
+eb_t* withALargestMemberThatIsNowhere() {
     eb_t* eb = holding(33, {5, k32 + kTop + 7, k32 + 2 * kTop + 9});
     eb_clear_top(eb, k32 + 2 * kTop);  // folds the largest to 2^19 + 7
     eb_clear(eb, k32 + kTop + 7);      // takes the last of the tops
@@ -653,24 +653,24 @@ eb_t* withoutTopButWithTwoMembers() {
 }
 
 TEST(EbBoundsTest, FoldingCanLeaveALargestMemberThatIsNowhere) {
-    const eb_t* eb = withoutTopButWithTwoMembers();
+    const eb_t* eb = withALargestMemberThatIsNowhere();
     EXPECT_EQ(eb->min, 5U);
     EXPECT_EQ(eb->max, kTop + 7);
     EXPECT_EQ(eb->min_top, 0xFFFFFFFFU);
 }
 
 TEST(EbBoundsTest, ClearingTheSmallestWithNothingBelowLeavesAnEmptySet) {
-    eb_t* eb = withoutTopButWithTwoMembers();
+    eb_t* eb = withALargestMemberThatIsNowhere();
     eb_clear(eb, 5);
     expectEmpty(eb);
 }
 
 TEST(EbBoundsTest, TheNextWithNothingBelowIsNone) {
-    EXPECT_EQ(eb_find_next(withoutTopButWithTwoMembers(), 5), kNone);
+    EXPECT_EQ(eb_find_next(withALargestMemberThatIsNowhere(), 5), kNone);
 }
 
 TEST(EbBoundsTest, TheNextWithNothingBelowIsNoneAlsoWhenBothTopsReadAllOnes) {
-    eb_t* eb = withoutTopButWithTwoMembers();
+    eb_t* eb = withALargestMemberThatIsNowhere();
     eb_clear(eb, 0);
     EXPECT_EQ(eb->min_top, eb->max_top);
     EXPECT_EQ(eb_find_next(eb, 5), kNone);

@@ -539,8 +539,10 @@ TEST_P(SslSuiteFailingTest, FailsAtTheUnknownTermAndKeepsWhatWasDone) {
 
 TEST(SslSuiteFailureTest, TermsInFrontOfTheUnknownOneHaveActed) {
     Selection selection({143, 9, 0});
-    EXPECT_EQ(selection.apply("@speed+draftdtls+nonsense"), 0);
-    EXPECT_THAT(selection.order(), ElementsAre(0, 9, 143));
+    selection->default_string = "aes";
+    EXPECT_EQ(selection.apply("@speed+draftdtls+default+nonsense"), 0);
+    EXPECT_THAT(selection.order(), ElementsAre(0, 143, 9));
+    EXPECT_THAT(selection.offer(), ElementsAre(9));
     EXPECT_TRUE(selection.list()[0].draft);
 }
 

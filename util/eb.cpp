@@ -55,7 +55,7 @@ void make_empty(eb_l1_t* rec) {
     rec->max = 0;
 }
 
-// The smallest bit above `i` in the words, or -1.
+// The smallest bit above `i` in `words`, a leaf's or a summary's; -1 if there is none.
 int leaf_find_next(const uint64_t* words, unsigned word_count, uint32_t i) {
     uint32_t w = i / kWordBits;
     if (i % kWordBits < kWordBits - 1) {
@@ -178,7 +178,8 @@ void top_set(eb_top_t* top, uint32_t offset) {
     if (offset == top->min) return;
     if (offset < top->min) std::swap(offset, top->min);
     eb_l1_t* leaf = &top->leaves[leaf_of(offset)];
-    if (is_empty(leaf)) set1(&top->summary, leaf_of(offset));  // one that held something is marked
+    // A leaf that already held something is marked.
+    if (is_empty(leaf)) set1(&top->summary, leaf_of(offset));
     set1(leaf, words_of_leaf(top, leaf_of(offset)), bit_of(offset));
     if (offset > top->max) top->max = offset;
 }
@@ -432,8 +433,8 @@ int eb_is_set(const eb_t* eb, uint64_t pos) {
     if (pos == eb->min) return 1;
     const uint32_t t = top_of(pos);
     const eb_top_t* top = &eb->tops[t];
-    __builtin_prefetch(
-        &top->leaves[leaf_of(offset_of(pos))]);  // needed soon, and far from the rest
+    // The leaf's record is needed soon, and far from the rest.
+    __builtin_prefetch(&top->leaves[leaf_of(offset_of(pos))]);
     if (!top_aux_is_set(eb, t)) return 0;
     return top_is_set(top, offset_of(pos)) ? 1 : 0;
 }

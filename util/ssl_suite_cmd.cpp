@@ -249,14 +249,28 @@ bool vote_by_name(ssl_suite_ctx_t& ctx, const char* term) {
     return true;
 }
 
-bool sort_by_command(ssl_suite_ctx_t& ctx, const char* term) {
-    if (term[0] != '@') return false;
-    if (equal(term, "@speed")) return ssl_suite_cmd_speed(&ctx), true;
-    if (equal(term, "@strength")) return ssl_suite_cmd_strength(&ctx), true;
-    if (equal(term, "@fips")) return (void)ssl_suite_cmd_fips(&ctx), true;
+struct Sort {
+    const char* term;
+    void (*sort)(ssl_suite_ctx_t* ctx);
+};
+
+constexpr Sort kSorts[] = {
+    {"@speed", ssl_suite_cmd_speed},
+    {"@strength", ssl_suite_cmd_strength},
+    {"@fips", [](ssl_suite_ctx_t* ctx) { (void)ssl_suite_cmd_fips(ctx); }},
+};
+
+// Sorts the list if `term` names a sort. False if it names none.
+bool sort_by_term(ssl_suite_ctx_t& ctx, const char* term) {
+    for (const Sort& known : kSorts) {
+        if (!equal(known.term, term)) continue;
+        known.sort(&ctx);
+        return true;
+    }
     return false;
 }
 
+// Marks the entries, or clears their marks, if `term` says so. False if it does not.
 bool mark_drafts(ssl_suite_ctx_t& ctx, const char* term) {
     const bool drafts = equal(term, "draftdtls");
     if (!drafts && !equal(term, "rfcdtls")) return false;
@@ -337,13 +351,14 @@ bool Command::apply_term(const char* term, bool bare) {
         if (equal(term, "sslv3")) ssl3_asked_for = true;
         if (const char* text = expansion_of(term, bare)) return apply_expansion(text);
     }
-    if (sort_by_command(ctx, term) || mark_drafts(ctx, term)) return true;
+    if (sort_by_term(ctx, term) || mark_drafts(ctx, term)) return true;
     if (vote_by_keyword(ctx, term) || vote_by_name(ctx, term)) return true;
     report(term);
     return false;
 }
 
-// What an expanding keyword stands for, else null. A `bare` term is a whole token.
+// The text that `term` stands for; null if it does not expand. `bare`: the term is a token of its
+// own, without an operator.
 const char* Command::expansion_of(const char* term, bool bare) const {
     if (equal(term, "default")) return ctx.default_string;
     if (equal(term, "common_criteria")) return ctx.common_criteria_string;

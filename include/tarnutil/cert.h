@@ -5,8 +5,9 @@
  * Ownership: what a TARNSSL_load_ function returns is a new object of the caller, to be freed with
  *          X509_free, X509_REQ_free, X509_CRL_free, EVP_PKEY_free or RSA_free. A BIO that is passed
  *          in stays the caller's. No argument may be NULL except where its comment says so.
- * Errors:  reported by result. OpenSSL's error queue then says why, and keeps what it held before
- *          except where a comment says that it is cleared. Nothing here prints.
+ * Errors:  reported by result; a failed allocation is a failure like any other. OpenSSL's error
+ *          queue then says why, and keeps what it held before except where a comment says that it
+ *          is cleared. Nothing here prints.
  * Threads: no state of its own: any thread may call any function, on distinct objects.
  *
  * Rewinding a BIO is BIO_reset: a memory BIO that was written to is emptied by it. Hand over DER in

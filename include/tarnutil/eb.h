@@ -28,10 +28,9 @@ extern "C" {
 
 /* A record of up to 1024 bits. Callers may read the records of a handle, never write them. */
 typedef struct __attribute__((packed)) eb_l1 {
-    uint16_t min; /* smallest member, not in `words`; 0xFFFF when the record is empty */
-    uint16_t max; /* largest member, in `words` unless it equals `min`; 0 when empty */
-    uint64_t*
-        words; /* bit i is bit (i & 63) of words[i >> 6]; part of a block that record 0 owns */
+    uint16_t min;    /* smallest member, not in `words`; 0xFFFF when the record is empty */
+    uint16_t max;    /* largest member, in `words` unless it equals `min`; 0 when empty */
+    uint64_t* words; /* bit i is bit (i & 63) of words[i >> 6], in a block that record 0 owns */
 } eb_l1_t;
 
 /* 2^19 = 524,288 neighbouring positions, held as offsets from the first of them. */

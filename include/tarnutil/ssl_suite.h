@@ -135,16 +135,17 @@ typedef struct ssl_suite_entry {
     struct ssl_suite_entry* next;  /* forward link: NULL in the last entry */
     struct ssl_suite_entry** prev; /* back link: the forward link that points here */
     uint16_t suite;                /* index in ssl_suite, below SSL_SUITE_COUNT */
-    uint16_t matches;              /* working field */
+    uint16_t matches;              /* the library's own: callers neither read nor set it */
     uint8_t flags;                 /* SSL_SUITE_ENTRY_... */
 } ssl_suite_entry_t;
 
-/* What a context admits, in its `flags`. */
+/* What a context admits, in its `flags`. Without one of the GMSSL flags, the name of the GMSSL
+ * suite and the keywords gmsslv1_1, sm2, sm3 and sm4 are unknown terms. */
 enum {
     SSL_SUITE_CTX_FIPS_RSA = 1,   /* "@fips" counts DH_RSA, EDH_RSA, RSA, ECDH_RSA, ECDHE_RSA */
     SSL_SUITE_CTX_FIPS_ECDSA = 2, /* "@fips" counts ECDH_ECDSA and ECDHE_ECDSA */
-    SSL_SUITE_CTX_GMSSL = 4,      /* either admits the GMSSL suite by name, and the keywords */
-    SSL_SUITE_CTX_GMSSL_ALT = 8   /* gmsslv1_1, sm2, sm3 and sm4: else unknown terms */
+    SSL_SUITE_CTX_GMSSL = 4,      /* the GMSSL suite is known by name and by its keywords */
+    SSL_SUITE_CTX_GMSSL_ALT = 8   /* another flag of the same effect as SSL_SUITE_CTX_GMSSL */
 };
 
 /* A selection: a list of candidate suites, of which the enabled ones, in list order, are the offer
@@ -158,7 +159,7 @@ typedef struct ssl_suite_ctx {
     const char* common_criteria_string;         /* what "common_criteria" stands for, or NULL */
     const char* fips_string;                    /* what "fips" stands for, or NULL */
     const char* report; /* set and not "": unknown terms go to the callback */
-    uint16_t terms;     /* working field */
+    uint16_t terms;     /* set by the library alone: how many terms the token applied has */
     uint8_t flags;      /* SSL_SUITE_CTX_... */
 } ssl_suite_ctx_t;
 
@@ -225,7 +226,8 @@ typedef int (*ssl_suite_report_fn)(void* arg, ssl_suite_ctx_t* ctx, const char* 
  * in an applied string. In the applied strings nothing expands further.
  *
  * Returns 1, or 0 at the first unknown term, in `text` or in an applied string; an empty token
- * counts as one. The tokens in front of it have then acted on the list: apply a foreign text to a
+ * counts as one. What stands in front of it has then acted on the list: whole tokens, and of its
+ * own token the terms that sort, mark drafts or apply a string. So apply a foreign text to a
  * scratch context first. The term goes to `callback`, once, unless that is NULL or `ctx->report` is
  * NULL or "". A text whose first byte is zero counts as empty, whatever follows: an empty text
  * changes nothing and returns 1. */
@@ -233,16 +235,17 @@ TARNUTIL_API int ssl_suite_cmd(ssl_suite_ctx_t* ctx, const char* text, unsigned 
                                unsigned char expand, ssl_suite_report_fn callback,
                                void* callback_arg);
 
-/* Sort the whole list, enabled and disabled entries alike; entries that count the same keep their
- * order. Into the order of the catalogue: */
+/* Sorts the whole list, disabled entries too, into the order of the catalogue. */
 TARNUTIL_API void ssl_suite_cmd_speed(ssl_suite_ctx_t* ctx);
 
-/* The strongest first. */
+/* Sorts the whole list, disabled entries too, by strength, the strongest first. Entries of equal
+ * strength keep their order. */
 TARNUTIL_API void ssl_suite_cmd_strength(ssl_suite_ctx_t* ctx);
 
-/* SSL_FIPS_STRONG suites whose key exchange `ctx->flags` admits first, then other SSL_FIPS_STRONG
- * and the SSL_FIPS_WEAK suites, then the rest. Returns 1 if the list holds a suite of either class,
- * else 0. */
+/* Sorts the whole list, disabled entries too, into three groups: SSL_FIPS_STRONG suites whose key
+ * exchange `ctx->flags` admits, then the other SSL_FIPS_STRONG and the SSL_FIPS_WEAK suites, then
+ * the rest. Entries of one group keep their order. Returns 1 if the list holds an SSL_FIPS_STRONG
+ * or SSL_FIPS_WEAK suite, else 0. */
 TARNUTIL_API int ssl_suite_cmd_fips(ssl_suite_ctx_t* ctx);
 
 #ifdef __cplusplus
