@@ -399,19 +399,6 @@ TEST(Base64Test, TheSinkIsFreedFirstAndTheFilterLast) {
     EXPECT_THAT(freedBy(decode), ElementsAre("sink", "source", "filter"));
 }
 
-TEST(Base64DeathTest, AFailedAllocationDoesNotLeaveAnOperation) {
-    const Bytes data = sample(100);
-    const std::string text = CryptoUtil::base64Encode(data);
-    const auto withoutMemory = [](const auto& operation) {
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        operation();
-    };
-    EXPECT_DEATH(withoutMemory([&] { (void)CryptoUtil::base64Encode(data); }), "terminate");
-    Bytes out(100);
-    EXPECT_DEATH(withoutMemory([&] { (void)CryptoUtil::computeSha1Digest(out); }), "terminate");
-    EXPECT_DEATH(withoutMemory([&] { CryptoUtil::insertString(out, text); }), "terminate");
-}
-
 // ---- digests ------------------------------------------------------------------------------------
 
 struct DigestCase {
@@ -542,15 +529,6 @@ TEST(DigestTest, AFailedCloseIsNotReported) {
     const Fault fault(Call::fclose, EIO);
     EXPECT_EQ(hex(CryptoUtil::computeSha1Digest(file)), kDigestCases[1].sha1);
     EXPECT_TRUE(fault.hasFired());
-}
-
-TEST(DigestDeathTest, AFailedAllocationDoesNotLeaveTheDigestOfAFile) {
-    const std::string path = "/dev/null";
-    const auto withoutMemory = [&] {
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        (void)CryptoUtil::computeSha1Digest(path);
-    };
-    EXPECT_DEATH(withoutMemory(), "terminate");
 }
 
 // ---- the field codec ----------------------------------------------------------------------------

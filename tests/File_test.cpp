@@ -22,6 +22,7 @@
 #include "fail_each.h"
 #include "fault.h"
 #include "leaks.h"
+#include "sanitized.h"
 #include "scratch_dir.h"
 #include "trail.h"
 
@@ -210,22 +211,6 @@ TEST(FileTest, AFileThatCannotBeRemovedIsNamedInBrackets) {
     EXPECT_THAT([&] { File::removeFile(missing); },
                 ThrowsMessage<IOException>("Cannot remove file [" + missing + "]; error=[" +
                                            text(EROFS) + "]"));
-}
-
-using FileDeathTest = testing::Test;
-
-TEST(FileDeathTest, AFailedAllocationDoesNotLeaveAThrowingOperation) {
-    const std::string missing = "/no/such/" + std::string(100, 'x');
-    const auto withoutMemory = [](const auto& operation) {
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        operation();
-    };
-    EXPECT_DEATH(withoutMemory([&] { File::removeFile(missing); }), "terminate");
-    EXPECT_DEATH(withoutMemory([&] { (void)File::getFileSize(missing); }), "terminate");
-    EXPECT_DEATH(withoutMemory([&] { (void)File::getAllocatedFileSize(missing); }), "terminate");
-    EXPECT_DEATH(withoutMemory([&] { File::copy(missing, missing); }), "terminate");
-    EXPECT_DEATH(withoutMemory([&] { (void)File::makeDirectory(missing, /*recursive=*/true); }),
-                 "terminate");
 }
 
 TEST(FileTest, AFailedAllocationPassesThroughListAndRemove) {
@@ -740,9 +725,7 @@ TEST(FileTest, ACopyWithoutMemoryForItsMessageEndsTheProcessButRemovesTheDestina
     EXPECT_FALSE(File::exists(copy, /*followLinks=*/false));
 }
 
-// AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that
-// are gone, and reports the next thread that uses the memory.
-#ifndef __SANITIZE_ADDRESS__
+#if !TARNUTIL_TEST_ASAN
 TEST(FileTest, ACancelledCopyRemovesTheDestination) {
     const ScratchDir dir;
     const std::string source = dir / "source";

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <set>
 #include <string>
 #include <type_traits>
@@ -507,17 +506,6 @@ TEST_F(PipeTest, AFailedSubstitutionOutlastsACancellation) {
     })) << "the cancellation comes once the failure is told";
     EXPECT_EQ(said, errnoThrown("Failed to substitute stream descriptor", EBADF));
     EXPECT_THAT(added(), IsEmpty());
-}
-
-TEST(PipeDeathTest, AnythingButAnExceptionEndsTheProcess) {
-    Pipe pipe;
-    EXPECT_EXIT(
-        {
-            const Fault fault(Call::pipe, EMFILE);
-            const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-            pipe.open();
-        },
-        testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

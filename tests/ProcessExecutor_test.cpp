@@ -31,6 +31,7 @@
 #include "cancelled.h"
 #include "fault.h"
 #include "leaks.h"
+#include "sanitized.h"
 #include "scratch_dir.h"
 #include "thrown.h"
 #include "trail.h"
@@ -764,9 +765,7 @@ TEST_F(ProcessExecutorTest, ExecOutlastsACancellation) {
     EXPECT_EQ(child.wait(), 3) << "the child was not cancelled either";
 }
 
-// AddressSanitizer does not follow a cancellation up the stack: it goes on guarding the frames that
-// are gone, and reports the next thread that uses the memory.
-#ifndef __SANITIZE_ADDRESS__
+#if !TARNUTIL_TEST_ASAN
 TEST_F(ProcessExecutorTest, CancelledWaitLetsTheCancellationPassAndLeavesNoChild) {
     EXPECT_TRUE(endsCancelled([] {
         ProcessExecutor child(kCat);
@@ -776,26 +775,6 @@ TEST_F(ProcessExecutorTest, CancelledWaitLetsTheCancellationPassAndLeavesNoChild
     }));
 }
 #endif
-
-TEST(ProcessExecutorDeathTest, AnythingButTheDocumentedClassEndsTheProcess) {
-    EXPECT_EXIT(
-        {
-            ProcessExecutor child(kTrue);
-            const std::vector<std::string> args{"true"};
-            const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-            child.exec(args);
-        },
-        testing::KilledBySignal(SIGABRT), "");
-    EXPECT_EXIT(
-        {
-            ProcessExecutor child(kTrue);
-            child.exec({"true"});
-            const Fault fault(Call::waitpid, ECHILD);
-            const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-            child.wait();
-        },
-        testing::KilledBySignal(SIGABRT), "");
-}
 
 // --- a child that cannot take over its streams ---
 

@@ -9,7 +9,6 @@
 
 #include <array>
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -397,17 +396,6 @@ TEST_F(TmpFileTest, ClearingOutlastsACancellation) {
     })) << "the cancellation comes once the object is empty";
     EXPECT_TRUE(cleared);
     EXPECT_THAT(namesIn(dir.path()), IsEmpty());
-}
-
-TEST(TmpFileDeathTest, AnythingButAnExceptionEndsTheProcess) {
-    const Tmpdir missing("/no/such/directory/with/a/long/name");
-    TmpFile tmp;
-    EXPECT_EXIT(
-        {
-            const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-            tmp.create(/*directory=*/false);
-        },
-        testing::KilledBySignal(SIGABRT), "");
 }
 
 }  // namespace

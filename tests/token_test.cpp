@@ -640,22 +640,4 @@ TEST(TokenTest, ThreadsMayShareAKey) {
     for (std::thread& thread : threads) thread.join();
 }
 
-TEST(TokenDeathTest, AFailedAllocationDoesNotLeaveAnOperation) {
-    const std::string token = kSeveral;
-    const auto withoutMemory = [](const auto& operation) {
-        const Fault noMemory(Call::operator_new, 0, 1, Fault::fromThenOn);
-        operation();
-    };
-    const Attributes attributes;
-    Result result;
-    RSA* const pair = key(1024);
-    EXPECT_DEATH(
-        withoutMemory([&] { (void)CryptoUtil::generateAuthToken(token, attributes, 1, pair); }),
-        "terminate");
-    EXPECT_DEATH(
-        withoutMemory([&] { (void)CryptoUtil::generateAuthToken(token, attributes, pair); }),
-        "terminate");
-    EXPECT_DEATH(withoutMemory([&] { open(token, result, pair); }), "terminate");
-}
-
 }  // namespace
