@@ -10,7 +10,9 @@
  *   2^32 - 1 above    says that the rest of the leaf is empty, if it is the first of its top;
  *   anywhere else     says that the rest of the top is empty.
  *
- * This holds in every range: the answer is put back into the top that it was asked for.
+ * This holds in every range: the answer is put back into the top that it was asked for. A member
+ * that comes back after eb_clear_top may lie below `min` or above `max` of the handle, and is not
+ * found there.
  */
 #ifndef MEMBER_FROM_H
 #define MEMBER_FROM_H

@@ -9,6 +9,7 @@
 #include <ostream>
 #include <vector>
 
+#include "../examples/member_from.h"
 #include "eb/pristine.h"
 #include "eb/verifier.h"
 
@@ -254,6 +255,23 @@ TEST(EbInitTest, LargeRangesAskForTheirArraysInFull) {
     EXPECT_EQ(ledger.allocations[1].bytes, (std::size_t{1} << 31) * sizeof(eb_top_t));
     EXPECT_EQ(ledger.allocations[2].bytes, (std::size_t{1} << 23) * sizeof(eb_l1_t));
     EXPECT_THAT(ledger.released, ElementsAre(ledger.block(1)));
+}
+
+TEST(EbInitTest, TakesAllMemoryThatTheSetWillEverNeed) {
+    Ledger ledger;
+    eb_t* eb = init(kAux, ledger).eb;
+    const std::size_t taken = ledger.allocations.size();
+    for (const std::uint64_t step : {std::uint64_t{1}, kLeaf, kTop}) {
+        for (std::uint64_t i = 200; i-- > 0;) eb_set(eb, i * step);
+        for (std::uint64_t i = 0; i < 200; ++i) {
+            (void)eb_is_set(eb, i * step);
+            (void)eb_find_next(eb, i * step);
+            if (i % 3 == 0) eb_clear(eb, i * step);
+            if (i % 50 == 0) eb_clear_top(eb, i * step);
+        }
+    }
+    EXPECT_EQ(ledger.allocations.size(), taken);
+    EXPECT_THAT(ledger.released, IsEmpty());
 }
 
 TEST(EbFreeTest, ReleasesTopByTopThenTheArraysAndTheHandleLast) {
@@ -507,6 +525,33 @@ TEST(EbClearTopTest, APromotedOnlyMemberComesBackWithTheNextOne) {
     EXPECT_EQ(eb_is_set(eb, kTop + 7), 0);
     eb_set(eb, 9 * kTop);
     EXPECT_EQ(eb_is_set(eb, kTop + 7), 1);
+}
+
+// Holds 2^19 + 7, left in its top while the set was empty, and then `pos`.
+eb_t* holdingOneThatCameBackAnd(std::uint64_t pos) {
+    eb_t* eb = holding({5, kTop + 7});
+    eb_clear_top(eb, 0);
+    eb_clear(eb, kTop + 7);
+    eb_set(eb, pos);
+    return eb;
+}
+
+TEST(EbClearTopTest, AMemberThatComesBackMayLieAboveTheMaximum) {
+    const eb_t* eb = holdingOneThatCameBackAnd(3);
+    EXPECT_EQ(eb->min, 3U);
+    EXPECT_EQ(eb->max, 3U);
+    EXPECT_EQ(eb_is_set(eb, kTop + 7), 1);
+    EXPECT_EQ(eb_find_next(eb, 3), kNone);
+    EXPECT_EQ(member_from(eb, 4), MEMBER_NONE);
+}
+
+TEST(EbClearTopTest, AMemberThatComesBackMayLieBelowTheMinimum) {
+    const eb_t* eb = holdingOneThatCameBackAnd(9 * kTop);
+    EXPECT_EQ(eb->min, 9 * kTop);
+    EXPECT_EQ(eb->max, 9 * kTop);
+    EXPECT_EQ(eb_is_set(eb, kTop + 7), 1);
+    EXPECT_EQ(eb_find_next(eb, 0), 9 * kTop);
+    EXPECT_EQ(member_from(eb, 0), 9 * kTop);
 }
 
 // -- eb_find_next ---------------------------------------------------------------------------------

@@ -48,7 +48,8 @@ typedef struct eb {
     eb_top_t* tops;     /* 2^top_shift of them */
     eb_l1_t* top_aux;   /* 256 bits each: the tops that hold anything, `min_top` left out */
     uint64_t min;       /* smallest member, all-ones when the set is empty; in no top, unless
-                           eb_clear_top promoted it */
+                           eb_clear_top promoted it. A member that comes back after that (see
+                           there) may lie below `min` or above `max` */
     uint64_t max;       /* largest member, 0 when the set is empty; above 2^32 positions it may be
                            no member once eb_clear_top has folded it */
     uint32_t min_top;   /* smallest top that holds anything; 0xFFFFFFFF when none does */
@@ -92,7 +93,8 @@ TARNUTIL_API void eb_clear(eb_t* eb, uint64_t pos);
  *
  * If the smallest member of the set goes, the next one takes its place but is not taken out of its
  * top. The set then holds it twice: eb_clear of it takes only one of the two (and if it is the only
- * member, leaves one that shows up again when the set is next added to).
+ * member, leaves one that shows up again when the set is next added to). A member that comes back
+ * so may lie below `min` or above `max`, where eb_find_next does not look.
  *
  * Whether the smallest and the largest member go is decided on the low 32 bits of the positions,
  * and their successors are folded to 32 bits: in a range above 2^32 positions both may come out
@@ -101,8 +103,8 @@ TARNUTIL_API void eb_clear_top(eb_t* eb, uint64_t pos);
 
 /* Looks for the member that follows `pos`. The answer is one of these, the first that applies:
  *
- *   the smallest member         if `pos` is below it (all-ones if the set is empty);
- *   all-ones                    if `pos` is at or above the largest member;
+ *   `min`                       if `pos` is below it (all-ones if the set is empty);
+ *   all-ones                    if `pos` is at or above `max`;
  *
  * then, if the top of `pos` (t = pos >> 19, l = the leaf of `pos` in it, base = t << 19 cut to its
  * low 32 bits) holds a member of its own at or above `pos`:

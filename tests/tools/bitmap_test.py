@@ -2,6 +2,8 @@
 """tarnutil bitmap: the memory of a bitmap, and the sizes that are none."""
 
 import json
+import pathlib
+import re
 
 from command import CommandTest, main, run
 
@@ -16,7 +18,22 @@ bits per position  1.095
 """
 
 
+# A row of the table of memory in docs/bitmap.md: positions, tops, blocks, bytes, the same readable.
+ROW = re.compile(r"^\| (2\^\d+) \| ([\d,]+) \| ([\d,]+) \| ([\d,]+) \| ([\d.]+ \w+) \|$", re.MULTILINE)
+DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs/bitmap.md"
+
+
 class BitmapSizeTest(CommandTest):
+    def test_the_table_of_the_document_is_what_it_prints(self):
+        rows = ROW.findall(DOCUMENT.read_text())
+        self.assertEqual([row[0] for row in rows], [f"2^{exponent}" for exponent in range(27, 51)])
+        for size, *counts, readable in rows:
+            with self.subTest(size=size):
+                told = json.loads(run("bitmap", "size", "--json", size).stdout)
+                tops, blocks, size_in_bytes = (int(count.replace(",", "")) for count in counts)
+                self.assertEqual((told["tops"], told["blocks"], told["bytes"]), (tops, blocks, size_in_bytes))
+                self.assertIn(f" {size_in_bytes} ({readable})\n", run("bitmap", "size", size).stdout.decode())
+
     def test_prints_what_the_smallest_range_takes(self):
         self.expect(run("bitmap", "size", "2^27"), 0, stdout=SMALLEST, stderr="")
 
