@@ -68,7 +68,7 @@ void signalNobody(benchmark::State& state) {
     for (auto _ : state) announcer.signal();
 }
 
-bool addAll() {
+void addAll() {
     const std::string pingPongs = "Condition/ping_pong/2/";
     tarnutil_bench::add(pingPongs + "tarnutil", pingPong<Ours>)->UseRealTime();
     tarnutil_bench::add(pingPongs + "std::condition_variable", pingPong<Standard>)->UseRealTime();
@@ -76,9 +76,8 @@ bool addAll() {
     tarnutil_bench::add(signals + "tarnutil", signalNobody<Ours>);
     tarnutil_bench::add(signals + "pthread_cond_signal", signalNobody<Pthread>);
     tarnutil_bench::add(signals + "std::condition_variable", signalNobody<Standard>);
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -216,7 +216,7 @@ void bareDecrypt(benchmark::State& state, RSA* key, const Content& content, std:
     }
 }
 
-bool addAll() {
+void addAll() {
     for (const std::size_t size : kSizes) {
         addEncode(size);
         addDecode(size);
@@ -231,9 +231,8 @@ bool addAll() {
             tokenRow("token_check", bits, blocks, "RSA_public_decrypt", bareDecrypt);
         }
     }
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -94,7 +94,7 @@ void row(int depth, const char* who, Work work) {
                         });
 }
 
-bool addAll() {
+void addAll() {
     for (const int depth : {4, 16, 64}) {
         row(depth, "tarnutil", [] { return tarnutil::Exception(kMessage); });
         addTraceByHand(depth);
@@ -115,10 +115,9 @@ bool addAll() {
             benchmark::DoNotOptimize(std::system_error(ENOENT, std::generic_category(), kMessage));
         }
     });
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace
 

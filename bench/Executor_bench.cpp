@@ -64,16 +64,15 @@ void row(std::size_t size, const std::string& who, void (*work)(std::vector<Idle
     })->UseRealTime();
 }
 
-bool addAll() {
+void addAll() {
     for (const std::size_t size : {1U, 8U, 64U, 512U}) {
         row(size, "tarnutil", ours);
         row(size, "create_and_join", byHand);
         row(size, "std::thread", threads);
         row(size, "std::async", async);
     }
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

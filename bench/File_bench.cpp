@@ -101,7 +101,7 @@ void copyRow(std::size_t size, const char* who, Copy copy) {
         });
 }
 
-bool addAll() {
+void addAll() {
     addQueries();
     for (const std::size_t size :
          {std::size_t{4096}, std::size_t{1} << 20, std::size_t{16} << 20}) {
@@ -109,9 +109,8 @@ bool addAll() {
         copyRow(size, "stream_loop", copyByHand);
         copyRow(size, "copy_file", copyByFilesystem);
     }
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -92,7 +92,7 @@ void addHolding(const std::string& who) {
     });
 }
 
-bool addAll() {
+void addAll() {
     addLocking<Ours>("tarnutil");
     addLocking<Pthread>("pthread_mutex_t");
     addLocking<Standard>("std::mutex");
@@ -102,9 +102,8 @@ bool addAll() {
     addHolding<Standard>("std::lock_guard");
     addHolding<Abseil>("absl::MutexLock");
     addHolding<PocoMutex>("Poco::ScopedLock");
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -44,12 +44,11 @@ void row(const char* who, Work work) {
     });
 }
 
-bool addAll() {
+void addAll() {
     row("tarnutil", withPipe);
     row("bare_calls", withBareCalls);
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

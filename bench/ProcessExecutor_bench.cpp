@@ -11,6 +11,7 @@
 
 #include <array>
 #include <boost/process.hpp>
+#include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -166,15 +167,17 @@ void spawnRow(const char* who, Work work) {
     for (const std::size_t resident : {std::size_t{0}, kResident}) {
         const std::string name =
             "ProcessExecutor/exec_wait/" + std::to_string(resident) + "/" + who;
-        auto* added = tarnutil_bench::add(name, [resident, work](benchmark::State& state) {
-            const Resident memory(resident);
-            for (auto _ : state) work();
-        });
-        added->UseRealTime()->Unit(benchmark::kMicrosecond);
         // Making the memory takes longer: the framework is not to try how often is enough.
-        if (resident != 0 && std::getenv("TARNUTIL_BENCH_ITERATIONS") == nullptr) {
-            added->Iterations(12);
-        }
+        const std::int64_t iterations = resident != 0 ? 12 : 0;
+        tarnutil_bench::add(
+            name,
+            [resident, work](benchmark::State& state) {
+                const Resident memory(resident);
+                for (auto _ : state) work();
+            },
+            iterations)
+            ->UseRealTime()
+            ->Unit(benchmark::kMicrosecond);
     }
 }
 
@@ -235,7 +238,7 @@ void readRow(const char* who, Work work) {
         ->Unit(benchmark::kMillisecond);
 }
 
-bool addAll() {
+void addAll() {
     spawnRow("tarnutil", withTarnutil);
     spawnRow("fork_execv", withFork);
     spawnRow("posix_spawn", withSpawn);
@@ -244,9 +247,8 @@ bool addAll() {
     spawnRow("GSubprocess", withGlib);
     readRow("tarnutil", readWithTarnutil);
     readRow("raw_pipe", readWithRawPipes);
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

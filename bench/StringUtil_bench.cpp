@@ -219,7 +219,7 @@ void addMap(std::size_t size) {
     });
 }
 
-const bool added = [] {
+void addAll() {
     for (const std::size_t size : kSizes) {
         addSplit(size, "short", 8);
         addSplit(size, "long", 60);
@@ -231,7 +231,8 @@ const bool added = [] {
         addMap(size);
     }
     for (const std::size_t size : {8, 24, 1000, 4096, 65536, 1 << 20}) addTrim(size);
-    return true;
-}();
+}
+
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -51,14 +51,13 @@ void row(const std::string& who, void (*work)()) {
     })->UseRealTime();
 }
 
-bool addAll() {
+void addAll() {
     row("tarnutil", ours);
     row("pthread_create+pthread_join", byHand);
     row("std::thread", standard);
     row("Poco::Thread", poco);
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -72,21 +72,21 @@ void plant(const std::string& directory) {
 
 template <class Work>
 void treeRow(const char* who, Work removed) {
-    tarnutil_bench::add("TmpFile/remove_tree/" + std::to_string(kEntries) + "/" + who,
-                        [removed](benchmark::State& state) {
-                            for (auto _ : state) {
-                                TmpFile tree;
-                                tree.create(/*directory=*/true);
-                                plant(tree.getPath());
-                                const auto start = std::chrono::steady_clock::now();
-                                if (!removed(tree.getPath())) state.SkipWithError("not removed");
-                                const std::chrono::duration<double> time =
-                                    std::chrono::steady_clock::now() - start;
-                                state.SetIterationTime(time.count());
-                            }
-                        })
+    tarnutil_bench::add(
+        "TmpFile/remove_tree/" + std::to_string(kEntries) + "/" + who,
+        [removed](benchmark::State& state) {
+            for (auto _ : state) {
+                TmpFile tree;
+                tree.create(/*directory=*/true);
+                plant(tree.getPath());
+                const auto start = std::chrono::steady_clock::now();
+                if (!removed(tree.getPath())) state.SkipWithError("not removed");
+                const std::chrono::duration<double> time = std::chrono::steady_clock::now() - start;
+                state.SetIterationTime(time.count());
+            }
+        },
+        /*iterations=*/1)
         ->UseManualTime()
-        ->Iterations(1)
         ->Unit(benchmark::kMillisecond);
 }
 
@@ -134,7 +134,7 @@ void listRow(const char* who, Work names) {
         ->Unit(benchmark::kMillisecond);
 }
 
-bool addAll() {
+void addAll() {
     fileRow("tarnutil", withTmpFile);
     fileRow("mkstemp", withMkstemp);
     fileRow("Poco::TemporaryFile", withPoco);
@@ -144,9 +144,8 @@ bool addAll() {
             [](const std::string& path) { return std::filesystem::remove_all(path) != 0; });
     listRow("tarnutil", listed);
     listRow("std::filesystem", iterated);
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

@@ -43,5 +43,10 @@ benchmark::internal::Benchmark* addWork(const std::string& name, std::size_t byt
     });
 }
 
+// Adds the rows of a file before main: `const Added added(addAll);`.
+struct Added {
+    explicit Added(void (*addAll)()) { addAll(); }
+};
+
 }  // namespace tarnutil_bench
 #endif  // TARNUTIL_BENCH_BENCH_H

@@ -150,13 +150,14 @@ void addAsking() {
     });
 }
 
-const bool added = [] {
+void addAll() {
     addLoading();
     addBundle();
     chainRow<TARNSSL_CTX_use_certificate_chain_file>("tarnutil");
     chainRow<SSL_CTX_use_certificate_chain_file>("SSL_CTX_use_certificate_chain_file");
     addAsking();
-    return true;
-}();
+}
+
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

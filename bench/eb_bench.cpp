@@ -385,7 +385,7 @@ const Plan kPlans[] = {
 };
 // clang-format on
 
-bool addAll() {
+void addAll() {
     for (const Plan& plan : kPlans) {
         addRows<Tarnutil>(plan);
         addRows<Roaring32>(plan);
@@ -395,10 +395,9 @@ bool addAll() {
         addRows<DynamicBitset>(plan);
     }
     for (const unsigned exponent : {27U, 30U, 32U}) addMaking(exponent);
-    return true;
 }
 
-[[maybe_unused]] const bool kAdded = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace
 }  // namespace tarnutil_bench

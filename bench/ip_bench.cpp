@@ -125,7 +125,7 @@ void addHosts(std::uint32_t hosts, const char* maskText) {
     });
 }
 
-const bool added = [] {
+void addAll() {
     addParse("ipv4", "192.168.117.201", /*isIpv6=*/false);
     addParse("ipv6", "2001:db8:85a3::8a2e:370:7334", /*isIpv6=*/true);
     addPrint("ipv4", "192.168.117.201", /*isIpv6=*/false);
@@ -134,7 +134,8 @@ const bool added = [] {
     addHosts(256, "255.255.255.0");
     addHosts(4096, "255.255.240.0");
     addHosts(65536, "255.255.0.0");
-    return true;
-}();
+}
+
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

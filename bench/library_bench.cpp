@@ -31,7 +31,7 @@ void row(const std::string& name, const std::string& command) {
     })->UseManualTime();
 }
 
-const bool added = [] {
+void addAll() {
     const std::string intoCxx = TARNUTIL_BENCH_LOAD_CXX;
     const std::string intoC = TARNUTIL_BENCH_LOAD_C;
     const std::string openssl = " libssl.so.3 libcrypto.so.3";
@@ -40,7 +40,8 @@ const bool added = [] {
     row("into_C/tarnutil", intoC + " " TARNUTIL_BENCH_LIBRARY);
     row("into_C/libssl+libcrypto", intoC + openssl);
     row("into_C/libssl+libcrypto+libstdc++", intoC + openssl + " libstdc++.so.6");
-    return true;
-}();
+}
+
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace

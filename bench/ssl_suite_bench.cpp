@@ -190,7 +190,7 @@ bool isStronger(std::uint16_t a, std::uint16_t b) {
 }
 bool hasMoreFips(std::uint16_t a, std::uint16_t b) { return ssl_suite[a].fips > ssl_suite[b].fips; }
 
-bool addAll() {
+void addAll() {
     const auto add = [](const std::string& name, auto run) {
         tarnutil_bench::add("ssl_suite/" + name, run);
     };
@@ -221,9 +221,8 @@ bool addAll() {
     add("from_id/235/flat_hash_map", lookUpInAHashMap);
     add("row/175/tarnutil", printRows);
     add("row/175/snprintf", printRowsBare);
-    return true;
 }
 
-[[maybe_unused]] const bool added = addAll();
+const tarnutil_bench::Added added(addAll);
 
 }  // namespace
