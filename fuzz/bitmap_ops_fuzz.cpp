@@ -30,7 +30,8 @@ std::uint64_t position(unsigned level, unsigned low, unsigned high, std::uint64_
     return (low + (std::uint64_t{high} << kShifts[level])) % count;
 }
 
-void require(const char* wrong) {
+// Ends the run if anything is wrong.
+void expectNothing(const char* wrong) {
     if (wrong == nullptr) return;
     std::fprintf(stderr, "wrong: %s\n", wrong);
     std::abort();
@@ -46,9 +47,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     for (std::size_t i = 1; i + 3 <= size; i += 3) {
         const unsigned what = data[i] % 8;
         const unsigned level = data[i] / 8 % 8;
-        require(checked.apply(kOperations[what],
-                              position(level, data[i + 1], data[i + 2], bitmap.positionCount())));
+        expectNothing(checked.apply(
+            kOperations[what], position(level, data[i + 1], data[i + 2], bitmap.positionCount())));
     }
-    if (exponent <= kQuicklyRead) require(checked.checkAll());
+    if (exponent <= kQuicklyRead) expectNothing(checked.checkAll());
     return 0;
 }
