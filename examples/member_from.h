@@ -24,7 +24,7 @@
 /* The first position after the span of `span` positions, a power of two, that holds `pos`. */
 static inline uint64_t after_span(uint64_t pos, uint64_t span) { return (pos | (span - 1)) + 1; }
 
-/* MEMBER_NONE if there is none. */
+/* The smallest member at or above `pos`; MEMBER_NONE if there is none. */
 static inline uint64_t member_from(const eb_t* eb, uint64_t pos) {
     const uint64_t leaf_span = (uint64_t)1 << 10;
     const uint64_t top_span = (uint64_t)1 << 19;
