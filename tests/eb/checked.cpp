@@ -82,6 +82,17 @@ const char* CheckedBitmap::apply(EbOperation operation, std::uint64_t pos) {
     return nullptr;
 }
 
+const char* CheckedBitmap::checkTop(std::uint64_t pos) const {
+    const std::uint64_t t = pos / EbModel::kTop;
+    if (const char* says = brokenInTop(eb, static_cast<std::uint32_t>(t))) return says;
+    const std::vector<std::uint64_t> found = positionsInTop(eb, t);
+    const auto& expected = model.below();
+    return std::equal(found.begin(), found.end(), expected.lower_bound(t * EbModel::kTop),
+                      expected.lower_bound((t + 1) * EbModel::kTop))
+               ? nullptr
+               : "members";
+}
+
 const char* CheckedBitmap::checkAll() const {
     if (const char* says = compareHandle()) return says;
     if (const char* says = brokenAnywhere(eb)) return says;

@@ -23,6 +23,9 @@ public:
     // nothing is.
     const char* apply(EbOperation operation, std::uint64_t pos);
 
+    // Says what is wrong anywhere in the top of `pos`.
+    const char* checkTop(std::uint64_t pos) const;
+
     // Says what is wrong anywhere.
     const char* checkAll() const;
 

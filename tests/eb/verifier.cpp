@@ -119,32 +119,44 @@ const char* brokenAlong(const eb_t* eb, std::uint64_t pos) {
     return brokenLeaf(top, static_cast<unsigned>(pos / 1024 % 512));
 }
 
+const char* brokenInTop(const eb_t* eb, std::uint32_t t) {
+    if (const char* says = brokenMark(eb, t)) return says;
+    if (const char* says = brokenTop(eb->tops[t])) return says;
+    for (unsigned l = 0; l < 512; ++l) {
+        if (const char* says = brokenLeaf(eb->tops[t], l)) return says;
+    }
+    return nullptr;
+}
+
 const char* brokenAnywhere(const eb_t* eb) {
     if (const char* says = brokenHandle(eb)) return says;
     for (std::uint32_t r = 0; r < auxCount(eb); ++r) {
         if (const char* says = brokenRecord(eb->top_aux[r], kAuxWords)) return says;
     }
     for (std::uint32_t t = 0; t < topCount(eb); ++t) {
-        if (const char* says = brokenMark(eb, t)) return says;
-        if (const char* says = brokenTop(eb->tops[t])) return says;
-        for (unsigned l = 0; l < 512; ++l) {
-            if (const char* says = brokenLeaf(eb->tops[t], l)) return says;
-        }
+        if (const char* says = brokenInTop(eb, t)) return says;
     }
     return nullptr;
+}
+
+std::vector<std::uint64_t> positionsInTop(const eb_t* eb, std::uint64_t t) {
+    const eb_top_t& top = eb->tops[t];
+    std::vector<std::uint64_t> found;
+    if (!empty(top)) found.push_back(t * 512 * 1024 + top.min);
+    for (unsigned l = 0; l < 512; ++l) {
+        if (empty(top.leaves[l])) continue;
+        for (unsigned bit = 0; bit < 1024; ++bit) {
+            if (holds(top.leaves[l], bit)) found.push_back((t * 512 + l) * 1024 + bit);
+        }
+    }
+    return found;
 }
 
 std::vector<std::uint64_t> positionsInTops(const eb_t* eb) {
     std::vector<std::uint64_t> found;
     for (std::uint64_t t = 0; t < topCount(eb); ++t) {
-        const eb_top_t& top = eb->tops[t];
-        if (!empty(top)) found.push_back(t * 512 * 1024 + top.min);
-        for (unsigned l = 0; l < 512; ++l) {
-            if (empty(top.leaves[l])) continue;
-            for (unsigned bit = 0; bit < 1024; ++bit) {
-                if (holds(top.leaves[l], bit)) found.push_back((t * 512 + l) * 1024 + bit);
-            }
-        }
+        const std::vector<std::uint64_t> own = positionsInTop(eb, t);
+        found.insert(found.end(), own.begin(), own.end());
     }
     return found;
 }
