@@ -15,8 +15,8 @@ install(
   PATTERN "*.h")
 tarnutil_bill_of_materials(libtarnutil libtarnutil.so.1.cdx.json runtime)
 install(
-  DIRECTORY suppressions
-  DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnutil
+  FILES suppressions/tarnutil.lsan.supp suppressions/tarnutil.valgrind.supp
+  DESTINATION ${CMAKE_INSTALL_DATADIR}/tarnutil/suppressions
   COMPONENT dev)
 if(TARNUTIL_TOOLS)
   install(TARGETS tarnutil_command RUNTIME COMPONENT tools)
@@ -29,12 +29,6 @@ if(TARNUTIL_TOOLS)
     FILES tools/completion/_tarnutil
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
     COMPONENT tools)
-  install(
-    DIRECTORY docs/man/
-    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-    COMPONENT tools
-    FILES_MATCHING
-    PATTERN "*.1")
 endif()
 
 set(tarnutil_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarnutil)
@@ -52,13 +46,21 @@ install(
   DESTINATION ${tarnutil_cmake_dir}
   COMPONENT dev)
 
+# Relative to the file itself: the prefix may be chosen as late as at `cmake --install`.
+file(RELATIVE_PATH pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 configure_file(cmake/libtarnutil.pc.in ${PROJECT_BINARY_DIR}/libtarnutil.pc @ONLY)
 install(
   FILES ${PROJECT_BINARY_DIR}/libtarnutil.pc
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT dev)
 
-# The manual pages for who writes programs.
+# Manual pages: those of the command belong to it, the others to who writes programs.
+install(
+  DIRECTORY docs/man/
+  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+  COMPONENT tools
+  FILES_MATCHING
+  PATTERN "*.1")
 foreach(section 3 7)
   install(
     DIRECTORY docs/man/
