@@ -21,20 +21,22 @@ step 'the exported names are those of the symbols file'
         -I"$folder/package/symbols" -O/dev/null)
 
 step 'every library is found'
-if LD_LIBRARY_PATH=$lib ldd "$root/usr/bin/tarnutil" "$lib/libtarnutil.so.1" | grep 'not found'; then exit 1; fi
-[ "$(LD_LIBRARY_PATH=$lib "$root/usr/bin/tarnutil" --version)" = 'tarnutil 1.0.0' ]
+needed=$(LD_LIBRARY_PATH=$lib ldd "$root/usr/bin/tarnutil" "$lib/libtarnutil.so.1")
+if grep 'not found' <<<"$needed"; then exit 1; fi
+version=$(LD_LIBRARY_PATH=$lib "$root/usr/bin/tarnutil" --version)
+[ "$version" = 'tarnutil 1.0.0' ] || { echo "the command says it is $version"; exit 1; }
 
 step 'a consumer builds with CMake'
 cmake -S "$source/tests/interface/consumer" -B "$root/consumer" -DHOW=package \
     -DCMAKE_PREFIX_PATH="$root/usr" >"$root/log" 2>&1 && cmake --build "$root/consumer" >>"$root/log" 2>&1 ||
     { cat "$root/log"; exit 1; }
-"$root/consumer/consumer"
+"$root/consumer/consumer" || { echo 'the consumer fails'; exit 1; }
 
 step 'a consumer builds with pkg-config'
 # shellcheck disable=SC2046  # pkg-config prints words
 PKG_CONFIG_PATH=$lib/pkgconfig c++ -std=c++11 "$source/tests/interface/consumer/main.cpp" \
     -o "$root/consumer-pc" $(PKG_CONFIG_PATH=$lib/pkgconfig pkg-config \
-        --define-variable=prefix="$root/usr" --cflags --libs libtarnutil)
+        --cflags --libs libtarnutil)
 LD_LIBRARY_PATH=$lib "$root/consumer-pc"
 
 step 'lintian'
