@@ -101,7 +101,7 @@ bool printed(const std::string& name, const Options& options) {
         std::cout << line(digestOf(name, options.md5), name) << '\n';
         return true;
     } catch (const std::exception& e) {
-        report(e, options.withTrace);
+        printError(e, options.withTrace);
         return false;
     }
 }

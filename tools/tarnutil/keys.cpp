@@ -14,10 +14,13 @@ using tarnutil::BioPtr;
 using tarnutil::EvpPkeyPtr;
 using tarnutil::X509Ptr;
 
+// No password: told this one, OpenSSL does not ask the terminal for that of a locked block.
+char noPassword[] = "";
+
 // The forms in which a file may hold a public key.
 RSA* (*const kPublicKeyReaders[])(BIO*) = {
-    [](BIO* bio) { return PEM_read_bio_RSA_PUBKEY(bio, nullptr, nullptr, nullptr); },
-    [](BIO* bio) { return PEM_read_bio_RSAPublicKey(bio, nullptr, nullptr, nullptr); },
+    [](BIO* bio) { return PEM_read_bio_RSA_PUBKEY(bio, nullptr, nullptr, noPassword); },
+    [](BIO* bio) { return PEM_read_bio_RSAPublicKey(bio, nullptr, nullptr, noPassword); },
     [](BIO* bio) { return d2i_RSA_PUBKEY_bio(bio, nullptr); },
 };
 

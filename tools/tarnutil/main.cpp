@@ -31,7 +31,7 @@ int parse(CLI::App& app, const bool& withTrace, int argc, char** argv) {
     } catch (const CLI::ParseError& e) {
         return app.exit(e) == 0 ? kGood : kUnusable;
     } catch (const std::exception& e) {
-        report(e, withTrace);
+        printError(e, withTrace);
         return exitCodeOf(e);
     }
 }

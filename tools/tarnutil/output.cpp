@@ -99,7 +99,7 @@ void printJson(const nlohmann::ordered_json& json) {
     std::cout << json.dump(2, ' ', /*ensure_ascii=*/false, ErrorHandler::replace) << '\n';
 }
 
-void report(const std::exception& e, bool withTrace) {
+void printError(const std::exception& e, bool withTrace) {
     std::cerr << "tarnutil: " << e.what() << '\n';
     if (withTrace) printTraceOf(e);
 }

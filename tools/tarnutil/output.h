@@ -23,7 +23,7 @@ void printJson(const nlohmann::ordered_json& json);
 
 // Says on standard error what went wrong. With `withTrace`, the class and the stack trace of the
 // library's exception too: of `e`, or of the one nested in it.
-void report(const std::exception& e, bool withTrace);
+void printError(const std::exception& e, bool withTrace);
 
 }  // namespace tarnutil_command
 #endif  // TARNUTIL_TOOLS_OUTPUT_H
