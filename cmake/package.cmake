@@ -29,16 +29,17 @@ tarnutil_package_documents(libtarnutil-dev dev)
 tarnutil_package_documents(libtarnutil-doc doc)
 tarnutil_package_documents(tarnutil-tools tools)
 install(
-  FILES README.md CHANGELOG.md
+  FILES README.md CHANGELOG.md CONTRIBUTING.md SECURITY.md
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtarnutil-doc
   COMPONENT doc)
 install(
   DIRECTORY docs examples
   DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/doc/libtarnutil-doc
+  USE_SOURCE_PERMISSIONS
   COMPONENT doc
   PATTERN "man" EXCLUDE
   PATTERN "tables" EXCLUDE
-  PATTERN "*.in" EXCLUDE)
+  PATTERN "doxygen" EXCLUDE)
 
 # The symbols file of the shared object, made of the list that the tests keep.
 file(STRINGS tests/interface/exported_names.txt exported_names)
@@ -49,7 +50,7 @@ file(WRITE ${PROJECT_BINARY_DIR}/package/symbols
 
 # Debian also wants its manual pages compressed.
 foreach(component dev tools)
-  install(CODE "file(GLOB pages \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/share/man/man*/*.[0-9]\")
+  install(CODE "file(GLOB pages \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_MANDIR}/man*/*.[0-9]\")
                 if(pages)
                   execute_process(COMMAND gzip --best --no-name --force \${pages} COMMAND_ERROR_IS_FATAL ANY)
                 endif()" COMPONENT ${component})
