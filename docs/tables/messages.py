@@ -96,7 +96,8 @@ def row(entry, aborts):
     name = entry["class"]
     shown = CLASSES.get(name, f"`{name}`" + (", or `abort()`" if aborts else ""))
     text = PLACE.sub(r"\1", text_of(entry))
-    return f"| `{text}` | {shown} | {entry['cause']} | {entry['recipe']} |"
+    cells = f"`{text}`", shown, entry["cause"], entry["recipe"]
+    return "| " + " | ".join(cell.replace("|", "\\|") for cell in cells) + " |"
 
 
 def page(rows):
