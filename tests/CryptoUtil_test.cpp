@@ -87,7 +87,7 @@ extern "C" void* counted_crypto_malloc(std::size_t size, const char* file, int l
 
 namespace {
 
-// ---- base64 -------------------------------------------------------------------------------------
+// ---- Base64 ----
 
 struct Base64Case {
     const char* data;
@@ -399,7 +399,7 @@ TEST(Base64Test, TheSinkIsFreedFirstAndTheFilterLast) {
     EXPECT_THAT(freedBy(decode), ElementsAre("sink", "source", "filter"));
 }
 
-// ---- digests ------------------------------------------------------------------------------------
+// ---- Digests ----
 
 struct DigestCase {
     const char* says;
@@ -531,7 +531,7 @@ TEST(DigestTest, AFailedCloseIsNotReported) {
     EXPECT_TRUE(fault.hasFired());
 }
 
-// ---- the field codec ----------------------------------------------------------------------------
+// ---- The field codec ----
 
 const std::string kTooShort = "Not enough data in authentication token.";
 

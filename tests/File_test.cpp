@@ -73,7 +73,7 @@ private:
     mode_t old;
 };
 
-// ---- queries ------------------------------------------------------------------------------------
+// ---- Queries ----
 
 struct KindCase {
     const char* says;
@@ -185,7 +185,7 @@ TEST(FileTest, SizesReportTheErrorOfTheFailedStat) {
         ThrowsMessage<IOException>("Could not get allocated size of file '/': " + text(EOVERFLOW)));
 }
 
-// ---- removing one file --------------------------------------------------------------------------
+// ---- Removing one file ----
 
 TEST(FileTest, RemovesAFileAndALinkButNotWhatTheLinkNames) {
     const ScratchDir dir;
@@ -229,7 +229,7 @@ TEST(FileTest, AFailedAllocationPassesThroughListAndRemove) {
     EXPECT_EQ(openDescriptors(), before);
 }
 
-// ---- text of paths ------------------------------------------------------------------------------
+// ---- Text of paths ----
 
 struct PathCase {
     const char* path;
@@ -313,7 +313,7 @@ TEST(FileTest, ComposesAPathWithOneSlashUnlessThereIsOne) {
     }
 }
 
-// ---- making directories -------------------------------------------------------------------------
+// ---- Making directories ----
 
 TEST(FileTest, MakesAllMissingParents) {
     const ScratchDir dir;
@@ -462,7 +462,7 @@ TEST(FileTest, NewDirectoriesGetEveryPermissionThatTheUmaskLeaves) {
     }
 }
 
-// ---- copying ------------------------------------------------------------------------------------
+// ---- Copying ----
 
 class FileCopyTest : public testing::TestWithParam<std::size_t> {};
 INSTANTIATE_TEST_SUITE_P(Sizes, FileCopyTest,
@@ -782,7 +782,7 @@ TEST(FileTest, NoFailureOfACopyLeaksOrReportsAnythingElse) {
     EXPECT_EQ(seen, messages);
 }
 
-// ---- listing ------------------------------------------------------------------------------------
+// ---- Listing ----
 
 // x, and s with y in it, and s/t with z in it.
 void makeTree(const ScratchDir& dir) {
@@ -911,7 +911,7 @@ TEST(FileTest, ADirectoryIsClosedBeforeItsSubdirectoriesAreOpened) {
     EXPECT_EQ(Fault::calls(Call::closedir), closed + 1);
 }
 
-// ---- removing trees -----------------------------------------------------------------------------
+// ---- Removing trees ----
 
 TEST(FileTest, RemovesAFileAndAnEmptyDirectory) {
     const ScratchDir dir;
@@ -1007,7 +1007,7 @@ TEST(FileTest, EveryRemovalLooksFirstWhetherItIsADirectory) {
     EXPECT_EQ(Fault::calls(Call::lstat), looks + 1);
 }
 
-// ---- FileCloser ---------------------------------------------------------------------------------
+// ---- FileCloser ----
 
 TEST(FileCloserTest, ClosesItsStreamAtTheEnd) {
     const std::set<int> before = openDescriptors();

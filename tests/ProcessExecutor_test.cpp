@@ -156,7 +156,7 @@ protected:
     const std::set<int> before = openDescriptors();
 };
 
-// --- exec, wait and the streams ---
+// ---- exec, wait and the streams ----
 
 TEST_F(ProcessExecutorTest, FreshObjectHasNoChild) {
     ProcessExecutor child(kShell);
@@ -323,7 +323,7 @@ TEST_F(ProcessExecutorTest, SignalZeroOnlyAsks) {
     EXPECT_EQ(child.wait(), 0);
 }
 
-// --- programs that cannot be executed ---
+// ---- Programs that cannot be executed ----
 
 TEST_F(ProcessExecutorTest, ProgramsThatCannotBeExecutedEndWithTheirErrno) {
     const ScratchDir dir;
@@ -397,7 +397,7 @@ TEST_F(ProcessExecutorTest, UnflushedTextIsWrittenAgainByAChildThatCannotBeExecu
     EXPECT_EQ(readFile(path), "twice twice ");
 }
 
-// --- descriptors ---
+// ---- Descriptors ----
 
 TEST_F(ProcessExecutorTest, ChildInheritsTheSavedStreamsButNoEnds) {
     ProcessExecutor lister(LIST_DESCRIPTORS);
@@ -460,7 +460,7 @@ TEST_F(ProcessExecutorTest, TwoChildrenRunAtOnce) {
     EXPECT_EQ(second.wait(), 0);
 }
 
-// --- the order of calls ---
+// ---- The order of calls ----
 
 std::string call(const std::string& name, int a) { return name + "(" + std::to_string(a) + ")"; }
 std::string call(const std::string& name, int a, int b) {
@@ -531,7 +531,7 @@ TEST_F(ProcessExecutorTest, WaitReapsBeforeItClosesThePipes) {
                 ElementsAre(call("close", in), call("close", out), call("close", err)));
 }
 
-// --- failing calls ---
+// ---- Failing calls ----
 
 TEST_F(ProcessExecutorTest, FailedOpenLeavesEarlierPipesOpen) {
     ProcessExecutor child(kTrue);
@@ -659,7 +659,7 @@ TEST_F(ProcessExecutorTest, SignalHandlerInterruptsWaiting) {
     EXPECT_EQ(status, 5);
 }
 
-// --- destruction ---
+// ---- Destruction ----
 
 TEST_F(ProcessExecutorTest, DestructionTerminatesAndReapsTheChild) {
     const ScratchDir dir;
@@ -776,7 +776,7 @@ TEST_F(ProcessExecutorTest, CancelledWaitLetsTheCancellationPassAndLeavesNoChild
 }
 #endif
 
-// --- a child that cannot take over its streams ---
+// ---- A child that cannot take over its streams ----
 
 // What a forked process did, as told by its exit status.
 int statusOf(pid_t process) {

@@ -55,7 +55,7 @@ static_assert(!std::is_default_constructible_v<StringUtil>, "StringUtil is only 
 static_assert(sizeof(tarnstring) == sizeof(std::string), "tarnstring carries no data of its own");
 static_assert(!std::is_convertible_v<const char*, tarnstring>, "its constructors are explicit");
 
-// ---- trim ---------------------------------------------------------------------------------------
+// ---- Trim ----
 
 struct TrimCase {
     const char* says;
@@ -111,7 +111,7 @@ TEST(TrimRandomTest, RemovesOneByteAfterTheOther) {
     }
 }
 
-// ---- hex ----------------------------------------------------------------------------------------
+// ---- Hex ----
 
 TEST(HexTest, EachValueHasItsDigitAndOthersHaveZero) {
     const std::string digits = "0123456789abcdef";
@@ -146,7 +146,7 @@ TEST(HexRandomTest, IsWhatPrintfWrites) {
     }
 }
 
-// ---- white space --------------------------------------------------------------------------------
+// ---- White space ----
 
 struct NormalizeCase {
     const char* says;
@@ -205,7 +205,7 @@ TEST(BothWhitespaceTest, HoldsForSixBytesInAllPairs) {
     }
 }
 
-// ---- split --------------------------------------------------------------------------------------
+// ---- Split ----
 
 struct SplitCase {
     const char* says;
@@ -333,7 +333,7 @@ TEST(SplitGrowthTest, ALimitLimitsTheRoomThatIsMade) {
     EXPECT_LE(out.capacity(), 3U);
 }
 
-// ---- escaping -----------------------------------------------------------------------------------
+// ---- Escaping ----
 
 namespace {
 
@@ -497,7 +497,7 @@ TEST(TarnstringTest, IsBuiltAndUsedLikeAString) {
     EXPECT_EQ(base, "b\\ cd");
 }
 
-// ---- escaped texts in their dialects ------------------------------------------------------------
+// ---- Escaped texts in their dialects ----
 
 namespace {
 
@@ -591,7 +591,7 @@ TEST(ShellTest, ALineFeedOrTabStillSeparates) {
     EXPECT_EQ(echoedByShell(shellEscaped("a\ntrue")), "a");
 }
 
-// ---- text of strings and maps -------------------------------------------------------------------
+// ---- Text of strings and maps ----
 
 TEST(StringTextTest, IsACopy) {
     const std::string text = "a b\0c"s;
@@ -719,7 +719,7 @@ TEST(MapTextRandomTest, LongTextsInAnyOrderAreReadToo) {
     }
 }
 
-// ---- memory -------------------------------------------------------------------------------------
+// ---- Memory ----
 
 // Every allocation of the helpers fails in turn: they pass the standard exception, and lose
 // nothing.
@@ -760,7 +760,7 @@ TEST(MemoryTest, HelpersLetTheStandardAllocationExceptionPass) {
     }
 }
 
-// ---- IP text ------------------------------------------------------------------------------------
+// ---- IP text ----
 
 class IpConversionTest : public testing::TestWithParam<IpText> {};
 INSTANTIATE_TEST_SUITE_P(All, IpConversionTest, testing::ValuesIn(kIpTexts));

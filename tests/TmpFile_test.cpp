@@ -143,7 +143,7 @@ TEST_F(TmpFileTest, TwoOwnersNeverShareAnEntry) {
     EXPECT_NE(one.getPath(), other.getPath());
 }
 
-// --- where entries are made ---
+// ---- Where entries are made ----
 
 TEST_F(TmpFileTest, WithoutTmpdirEntriesAreMadeInTmp) {
     const Tmpdir unset(std::nullopt);
@@ -205,7 +205,7 @@ TEST_F(TmpFileTest, OnlyTheLastSixXAreReplaced) {
     EXPECT_THAT(tmp.getPath(), StartsWith(inner + "/tmp"));
 }
 
-// --- failures ---
+// ---- Failures ----
 
 TEST_F(TmpFileTest, MissingTmpdirIsReportedWithTheTemplate) {
     const std::string missing = dir / "missing";
@@ -249,7 +249,7 @@ TEST_F(TmpFileTest, EveryFailedCreationNamesItsTemplateAndLeavesNothing) {
     EXPECT_THAT(namesIn(dir.path()), IsEmpty());
 }
 
-// --- removing ---
+// ---- Removing ----
 
 TEST_F(TmpFileTest, ClearRemovesTheEntryBeforeItClosesTheDescriptor) {
     TmpFile tmp;

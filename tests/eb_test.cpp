@@ -42,7 +42,7 @@ void expectEmpty(const eb_t* eb) {
     EXPECT_EQ(eb->max, 0U);
 }
 
-// -- eb_init and eb_free --------------------------------------------------------------------------
+// ---- eb_init and eb_free ----
 
 // Keeps account of the calls, out of one piece of memory that is not zeroed. Releases nothing.
 class Ledger {
@@ -306,7 +306,7 @@ TEST(EbFreeTest, LeavesNoPointerInLaterRecordsOfTops) {
     EXPECT_EQ(eb->top_aux[1].words, nullptr);
 }
 
-// -- eb_set and eb_is_set -------------------------------------------------------------------------
+// ---- eb_set and eb_is_set ----
 
 TEST(EbSetTest, TheFirstMemberIsKeptInTheHandleAlone) {
     const eb_t* eb = holding({5 * kTop + 3});
@@ -365,7 +365,7 @@ TEST(EbIsSetTest, AnEmptySetHoldsNothing) {
         EXPECT_EQ(eb_is_set(eb, pos), 0);
 }
 
-// -- eb_clear -------------------------------------------------------------------------------------
+// ---- eb_clear ----
 
 TEST(EbClearTest, TheOnlyMemberLeavesAnEmptySet) {
     eb_t* eb = holding({kTop});
@@ -453,7 +453,7 @@ TEST(EbClearTest, TopZeroWhileThereIsNoTopMarksTheLargestTop) {
     EXPECT_EQ(eb->max_top, 2U);
 }
 
-// -- eb_clear_top ---------------------------------------------------------------------------------
+// ---- eb_clear_top ----
 
 TEST(EbClearTopTest, EmptiesTheTopOfThePosition) {
     eb_t* eb = holding(
@@ -554,7 +554,7 @@ TEST(EbClearTopTest, AMemberThatComesBackMayLieBelowTheMinimum) {
     EXPECT_EQ(member_from(eb, 0), 9 * kTop);
 }
 
-// -- eb_find_next ---------------------------------------------------------------------------------
+// ---- eb_find_next ----
 
 struct NextCase {
     const char* says;
@@ -628,7 +628,7 @@ TEST(EbFindNextTest, TheNextTopIsLookedForInTheSecondRecord) {
     for (const NextCase& c : kNextTopCases) expectAnswers(c);
 }
 
-// -- Positions at and above 2^32 ------------------------------------------------------------------
+// ---- Positions at and above 2^32 ----
 
 TEST(EbFoldTest, SettingTestingAndClearingDoNotFold) {
     eb_t* eb = holding(33, {1, k32 + 1, k32 + kTop, 2 * k32 - 1});
@@ -682,8 +682,7 @@ TEST(EbFoldTest, ClearTopTakesAMemberOfAnotherTopForOneOfItsOwn) {
     EXPECT_EQ(smallest->min, 3 * kTop);
 }
 
-// -- Legal states from which the search would leave the arrays
-// -------------------------------------
+// ---- Legal states from which the search would leave the arrays ----
 
 TEST(EbBoundsTest, TheNextTopOfOneRecordIsNeverThere) {
     EXPECT_EQ(eb_find_next(holding(27, {0, 3 * kTop, 5 * kTop}), 4 * kTop), kNone);

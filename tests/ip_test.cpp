@@ -71,7 +71,7 @@ ip_addr_t parsed(const char* text) {
 
 }  // namespace
 
-// ---- text ---------------------------------------------------------------------------------------
+// ---- Text ----
 
 class IpTextTest : public testing::TestWithParam<IpText> {};
 INSTANTIATE_TEST_SUITE_P(All, IpTextTest, testing::ValuesIn(kIpTexts));
@@ -178,7 +178,7 @@ TEST(IpPrintTest, TheStaticBufferIsReturnedEvenAfterAFailure) {
     EXPECT_STREQ(text, "::1");
 }
 
-// ---- address with port --------------------------------------------------------------------------
+// ---- Address with port ----
 
 struct PortCase {
     const char* says;
@@ -265,7 +265,7 @@ TEST(IpPortTextTest, TheBracketedFormIsTwoCallsAway) {
     EXPECT_EQ("[" + std::string(text) + "]:" + std::to_string(80), "[2001:db8::1]:80");
 }
 
-// ---- against libc's own conversions -------------------------------------------------------------
+// ---- Against libc's own conversions ----
 
 namespace {
 
@@ -323,7 +323,7 @@ TEST(IpRandomTest, TextsAreAddressesIfLibcSaysSo) {
     }
 }
 
-// ---- hosts --------------------------------------------------------------------------------------
+// ---- Hosts ----
 
 namespace {
 

@@ -178,7 +178,7 @@ std::pair<std::string, Result> refusal(const std::string& token, RSA* with = key
     return {"(opened)", result};
 }
 
-// ---- both directions, against tokens made elsewhere ---------------------------------------------
+// ---- Both directions, against tokens made elsewhere ----
 
 struct GoldenCase {
     const char* name;
@@ -247,7 +247,7 @@ TEST(TokenTest, AnotherPairOfTheSameSizeIsRefusedToo) {
     EXPECT_EQ(open(token, reader.get()), (Result{"u", {}, 1}));
 }
 
-// ---- the layout ---------------------------------------------------------------------------------
+// ---- The layout ----
 
 TEST(TokenTest, ThePlaintextIsLaidOutFieldByField) {
     const std::string token =
@@ -302,7 +302,7 @@ TEST(TokenTest, OldAttributesAreReplaced) {
     EXPECT_EQ(open(token).attributes, Attributes());
 }
 
-// ---- plaintexts that the issuer does not make ---------------------------------------------------
+// ---- Plaintexts that the issuer does not make ----
 
 TEST(TokenTest, AnEntryWithoutEqualsSignHasAnEmptyValue) {
     EXPECT_EQ(open(sealed(plaintext(1, "u", 3, {"flag", "", "=v"}))).attributes,
@@ -365,7 +365,7 @@ TEST(TokenTest, AttributesMayNotReachBeyondTheFinalDigest) {
     EXPECT_EQ(result, (Result{"u", {{"(name)", "(value)"}}, 1}));
 }
 
-// ---- what a failure leaves ----------------------------------------------------------------------
+// ---- What a failure leaves ----
 
 TEST(TokenTest, APlaintextBelow28BytesIsTooShort) {
     for (std::size_t size = 0; size < 8; ++size) {
@@ -545,7 +545,7 @@ TEST(TokenTest, AFailureOfTheEncoderKeepsItsSentence) {
                 ThrowsMessage<Exception>("Could not allocate base64 BIO."));
 }
 
-// ---- RSA that fails -----------------------------------------------------------------------------
+// ---- RSA that fails ----
 
 TEST(TokenTest, EveryBlockHasToBeEncryptedWhole) {
     const auto issue = [] {
@@ -624,7 +624,7 @@ TEST(TokenTest, TheErrorQueueKeepsWhyRsaFailed) {
     ERR_clear_error();
 }
 
-// ---- threads ------------------------------------------------------------------------------------
+// ---- Threads ----
 
 TEST(TokenTest, ThreadsMayShareAKey) {
     RSA* const shared = key(1024);

@@ -19,7 +19,7 @@ Position leafStart(Position p) { return p - p % EbModel::kLeaf; }
 
 }  // namespace
 
-// -- What follows from the set --------------------------------------------------------------------
+// ---- What follows from the set ----
 
 bool EbModel::topHolds(Position t) const {
     const Iterator first = tops.lower_bound(t * kTop);
@@ -79,7 +79,7 @@ EbModel::Extremes EbModel::aux(Position record) const {
     return {first % kAux, last % kAux};
 }
 
-// -- The operations -------------------------------------------------------------------------------
+// ---- The operations ----
 
 bool EbModel::isSet(Position p) const {
     return smallest != kNone && (p == smallest || tops.count(p) != 0);
