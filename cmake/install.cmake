@@ -29,6 +29,12 @@ if(TARNUTIL_TOOLS)
     FILES tools/completion/_tarnutil
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions
     COMPONENT tools)
+  install(
+    DIRECTORY docs/man/
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
+    COMPONENT tools
+    FILES_MATCHING
+    PATTERN "*.1")
 endif()
 
 set(tarnutil_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarnutil)
@@ -54,13 +60,7 @@ install(
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   COMPONENT dev)
 
-# Manual pages: those of the command belong to it, the others to who writes programs.
-install(
-  DIRECTORY docs/man/
-  DESTINATION ${CMAKE_INSTALL_MANDIR}/man1
-  COMPONENT tools
-  FILES_MATCHING
-  PATTERN "*.1")
+# The manual pages for who writes programs.
 foreach(section 3 7)
   install(
     DIRECTORY docs/man/

@@ -2,19 +2,20 @@
 # The switches of the build. Each changes targets of this project, never global flags, so that the
 # tree behaves inside another project: there, only the library is built.
 
-# Only our own: inside another project the switch of that name is the other's.
+# BUILD_TESTING and what is installed are a parent project's own business.
 if(PROJECT_IS_TOP_LEVEL)
   option(BUILD_TESTING "Build the tests, examples and corpus replays" ON)
 endif()
+option(TARNUTIL_INSTALL "Install the library, and what is built beside it" ${PROJECT_IS_TOP_LEVEL})
 option(TARNUTIL_BENCH "Build the benchmarks" OFF)
 option(TARNUTIL_FUZZ "Build the fuzz targets with libFuzzer (needs clang)" OFF)
 option(TARNUTIL_COVERAGE "Count the lines and branches that run" OFF)
 option(TARNUTIL_PACKAGE "Prepare Debian packages" OFF)
 option(TARNUTIL_HARDENING "Harden the library against memory errors" ON)
 option(TARNUTIL_WERROR "Treat warnings as errors" OFF)
+option(TARNUTIL_REQUIRE_CHECKERS "A program that a check needs and that is missing is an error" OFF)
 set(TARNUTIL_SANITIZE "" CACHE STRING "Sanitizers of every target, as -fsanitize takes them")
 
-# A parent project's tests are its own business.
 if(BUILD_TESTING AND PROJECT_IS_TOP_LEVEL)
   set(TARNUTIL_TESTING ON)
 else()
@@ -22,6 +23,15 @@ else()
 endif()
 # The command needs libraries that the library does not, and its tests need the command.
 option(TARNUTIL_TOOLS "Build the tarnutil command" ${TARNUTIL_TESTING})
+
+# tarnutil_find_checker(<variable> <program>)
+# Finds a program that some checks need. Without it they are left out, unless all are asked for.
+macro(tarnutil_find_checker variable program)
+  find_program(${variable} ${program})
+  if(TARNUTIL_REQUIRE_CHECKERS AND NOT ${variable})
+    message(FATAL_ERROR "${program} is missing: the checks that need it could not run")
+  endif()
+endmacro()
 
 # What every target of this project is built with: our warnings, and the sanitizers or counters asked for.
 function(tarnutil_build_options target)

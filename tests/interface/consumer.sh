@@ -37,5 +37,15 @@ case $how in
             $(pkg-config --cflags --libs libtarnutil)
         LD_LIBRARY_PATH=$lib "$work/consumer"
         ;;
-    *) run_cmake_consumer ;;
+    subproject)
+        run_cmake_consumer
+        cmake --install "$work/consumer" --prefix "$work/prefix" >/dev/null
+        find "$work/prefix" -name libtarnutil.so.1 | grep -q . ||
+            { echo 'the library was asked for and is not installed'; exit 1; }
+        ;;
+    fetch)
+        run_cmake_consumer
+        cmake --install "$work/consumer" --prefix "$work/prefix" >/dev/null
+        [ ! -e "$work/prefix" ] || { echo 'installed, though nobody asked:'; find "$work/prefix" -type f; exit 1; }
+        ;;
 esac
