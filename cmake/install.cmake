@@ -54,6 +54,7 @@ install(
 
 # Relative to the file itself: the prefix may be chosen as late as at `cmake --install`.
 file(RELATIVE_PATH pc_to_prefix ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+string(REGEX REPLACE "/$" "" pc_to_prefix ${pc_to_prefix})
 configure_file(cmake/libtarnutil.pc.in ${PROJECT_BINARY_DIR}/libtarnutil.pc @ONLY)
 install(
   FILES ${PROJECT_BINARY_DIR}/libtarnutil.pc

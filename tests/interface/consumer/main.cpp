@@ -36,5 +36,8 @@ int main() {
     if (!catches<tarnutil::ErrnoException>(throwErrno, "tarnutil::ErrnoException")) return 3;
     if (!catches<tarnutil::IOException>(throwIo, "tarnutil::IOException")) return 4;
     if (!catches<tarnutil::Exception>(throwIo, "tarnutil::IOException")) return 5;
-    return std::string(TARNUTIL_VERSION) == "1.0.0" ? 0 : 6;
+    const int numbers[] = {TARNUTIL_VERSION_MAJOR, TARNUTIL_VERSION_MINOR, TARNUTIL_VERSION_PATCH};
+    const std::string version = std::to_string(numbers[0]) + '.' + std::to_string(numbers[1]) + '.' +
+                                std::to_string(numbers[2]);
+    return version == TARNUTIL_VERSION ? 0 : 6;
 }
