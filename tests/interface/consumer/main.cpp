@@ -37,7 +37,7 @@ int main() {
     if (!catches<tarnutil::IOException>(throwIo, "tarnutil::IOException")) return 4;
     if (!catches<tarnutil::Exception>(throwIo, "tarnutil::IOException")) return 5;
     const int numbers[] = {TARNUTIL_VERSION_MAJOR, TARNUTIL_VERSION_MINOR, TARNUTIL_VERSION_PATCH};
-    const std::string version = std::to_string(numbers[0]) + '.' + std::to_string(numbers[1]) + '.' +
-                                std::to_string(numbers[2]);
+    const std::string version = std::to_string(numbers[0]) + '.' + std::to_string(numbers[1]) +
+                                '.' + std::to_string(numbers[2]);
     return version == TARNUTIL_VERSION ? 0 : 6;
 }
