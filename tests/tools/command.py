@@ -9,8 +9,10 @@ COMMAND = sys.argv.pop(1) if len(sys.argv) > 1 else "tarnutil"
 
 
 def run(*arguments, stdin=b"", env=None):
-    """Runs the command and returns its completed process, with output as bytes."""
-    return subprocess.run([COMMAND, *arguments], input=stdin, capture_output=True, env=env, timeout=60)
+    """Runs the command and returns its completed process, with output as bytes. It has no terminal: what it
+    asks of one would show on its standard error."""
+    return subprocess.run([COMMAND, *arguments], input=stdin, capture_output=True, env=env, timeout=60,
+                          start_new_session=True)
 
 
 class CommandTest(unittest.TestCase):

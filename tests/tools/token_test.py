@@ -172,6 +172,15 @@ class TokenTest(CommandTest):
             self.expect(run("token", "check", "--key", path, "AAAA"), 2, stdout="",
                         stderr=f"tarnutil: cannot read an RSA public key from {path}\n")
 
+    def test_a_public_key_that_says_it_is_locked_asks_nobody(self):
+        for kind in ("PUBLIC KEY", "RSA PUBLIC KEY"):
+            lines = (f"-----BEGIN {kind}-----", "Proc-Type: 4,ENCRYPTED",
+                     "DEK-Info: AES-128-CBC,000102030405060708090A0B0C0D0E0F", "", "AAAAAAAAAAAAAAAAAAAAAA==",
+                     f"-----END {kind}-----", "")
+            path = self.file("locked.pub", "\n".join(lines))
+            self.expect(run("token", "check", "--key", path, "AAAA", stdin=b"secret\n"), 2, stdout="",
+                        stderr=f"tarnutil: cannot read an RSA public key from {path}\n")
+
     def test_issues_with_an_encrypted_key_and_with_der(self):
         locked, der = self.file("locked.pem"), self.file("key.der")
         openssl("rsa", "-in", self.key, "-aes128", "-passout", "pass:secret", "-out", locked)
