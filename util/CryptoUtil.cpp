@@ -63,7 +63,7 @@ BioPtr memorySink() {
 // Ends the writing to a sink: returns what it holds, which is not wiped when the sink goes. That
 // would take a twentieth of the time and protect nothing: the caller has the same bytes, or the
 // text that they were decoded from.
-const BUF_MEM* contentLeftUnwiped(BIO* sink) {
+BUF_MEM* contentLeftUnwiped(BIO* sink) {
     BUF_MEM* content = nullptr;
     if (BIO_get_mem_ptr(sink, &content) != 1) {
         throw Exception("Could not get memory buffer from BIO.");
@@ -102,8 +102,8 @@ void drain(BIO* source, BIO* sink) {
     if (count == -1) throw Exception("Could not read from BIO.");
 }
 
-// The bytes that base64 text stands for. They stay in the sink, since copying them out shows beside
-// the decryption of a token.
+// The bytes that base64 text stands for, which may be changed. They stay in the sink, since copying
+// them out shows beside the decryption of a token.
 class Decoded {
 public:
     explicit Decoded(const std::string& text)
@@ -112,21 +112,20 @@ public:
                            "Could not allocate input memory buffer BIO.")) {
         BIO* const chain = BIO_push(filter.get(), source.get());
         sink = memorySink();
-        reserve(sink.get(), text.size() / 4 * 3);
+        const std::size_t expected = text.size() / 4 * 3;
+        if (expected > kDecodeStep) reserve(sink.get(), expected);  // one write makes its own room
         drain(chain, sink.get());
         content = contentLeftUnwiped(sink.get());
     }
 
     std::size_t size() const { return content->length; }
-    const unsigned char* data() const {
-        return reinterpret_cast<const unsigned char*>(content->data);
-    }
+    unsigned char* data() { return reinterpret_cast<unsigned char*>(content->data); }
 
 private:
     const BioPtr filter;
     const BioPtr source;
     BioPtr sink;
-    const BUF_MEM* content;
+    BUF_MEM* content;
 };
 
 // ---- digests ----
@@ -245,42 +244,51 @@ Bytes encrypt(const Bytes& plaintext, RSA* key) {
     return ciphertext;
 }
 
-// Decrypts block by block. A rest that is no whole block is refused, not read beyond its end.
-Bytes decrypt(const Decoded& ciphertext, RSA* key) {
+// Decrypts block by block, each to where the plaintext has come so far: it is shorter than what it
+// replaces, and a buffer of its own would show beside the decryption. Returns its size. A rest that
+// is no whole block is refused, not read beyond its end.
+std::size_t decryptInPlace(unsigned char* text, std::size_t size, RSA* key) {
     constexpr char kFailed[] = "Could not RSA decrypt authentication token.";
-    if (ciphertext.size() == 0) throw Exception(kTooShort);
-    const std::size_t piece = pieceSize(key, kFailed);
-    const std::size_t block = piece + kPaddingSize;
-    if (ciphertext.size() % block != 0) throw Exception(kFailed);
-    Bytes plaintext(ciphertext.size() / block * piece);
-    std::size_t size = 0;
-    for (std::size_t offset = 0; offset < ciphertext.size(); offset += block) {
-        const int length = RSA_public_decrypt(static_cast<int>(block), ciphertext.data() + offset,
-                                              plaintext.data() + size, key, RSA_PKCS1_PADDING);
+    if (size == 0) throw Exception(kTooShort);
+    const std::size_t block = pieceSize(key, kFailed) + kPaddingSize;
+    if (size % block != 0) throw Exception(kFailed);
+    std::size_t decrypted = 0;
+    for (std::size_t offset = 0; offset < size; offset += block) {
+        const int length = RSA_public_decrypt(static_cast<int>(block), text + offset,
+                                              text + decrypted, key, RSA_PKCS1_PADDING);
         if (length < 0) throw Exception(kFailed);
-        size += static_cast<std::size_t>(length);
+        decrypted += static_cast<std::size_t>(length);
     }
-    plaintext.resize(size);
-    return plaintext;
+    return decrypted;
 }
 
-// Compares the digest at the end of `plaintext` with that of all before it. In steps: OpenSSL 3
-// looks the algorithm up anew for each one-shot digest, which shows beside the decryption of a
-// block.
-void checkFinalDigest(const Bytes& plaintext) {
-    const std::size_t covered = plaintext.size() - kDigestSize;
+// Compares the digest behind the first `covered` bytes with theirs. In steps: OpenSSL 3 looks the
+// algorithm up anew for each one-shot digest, which shows beside the decryption of a block.
+void checkFinalDigest(const unsigned char* plaintext, std::size_t covered) {
     unsigned char digest[kDigestSize];
     Digester<Sha1> digester;
-    digester.add(plaintext.data(), covered);
+    digester.add(plaintext, covered);
     digester.finish(digest);
-    if (std::memcmp(digest, plaintext.data() + covered, sizeof digest) != 0) {
+    if (std::memcmp(digest, plaintext + covered, sizeof digest) != 0) {
         throw Exception("Authentication token message digest did not validate.");
     }
 }
 
-// The next field of text, which lies where it was read. As getString.
+// As getUInt32T.
+unsigned int nextInteger(unsigned char*& cursor, unsigned long& remaining) {
+    if (remaining < kIntegerSize) throw Exception(kTooShort);
+    unsigned int value = 0;
+    for (std::size_t i = 0; i < kIntegerSize; ++i) {
+        value |= static_cast<unsigned int>(cursor[i]) << (8 * i);
+    }
+    cursor += kIntegerSize;
+    remaining -= kIntegerSize;
+    return value;
+}
+
+// As getString, but the text stays where it was read.
 std::string_view nextField(unsigned char*& cursor, unsigned long& remaining) {
-    const unsigned int length = CryptoUtil::getUInt32T(cursor, remaining);
+    const unsigned int length = nextInteger(cursor, remaining);
     if (remaining < length) throw Exception(kTooShort);
     const std::string_view field(reinterpret_cast<const char*>(cursor), length);
     cursor += length;
@@ -291,7 +299,7 @@ std::string_view nextField(unsigned char*& cursor, unsigned long& remaining) {
 // Reads the number of attributes and then each of them as NAME=VALUE.
 Attributes readAttributes(unsigned char* cursor, unsigned long remaining) {
     Attributes attributes;
-    const unsigned int count = CryptoUtil::getUInt32T(cursor, remaining);
+    const unsigned int count = nextInteger(cursor, remaining);
     for (unsigned int i = 0; i < count; ++i) {
         store(attributes, nextField(cursor, remaining));
     }
@@ -317,7 +325,7 @@ std::string CryptoUtil::base64Encode(const std::vector<unsigned char>& data) {
 // NOLINTNEXTLINE(performance-unnecessary-value-param)
 std::vector<unsigned char> CryptoUtil::base64Decode(std::string text) {
     return admitOnly<Exception>([&] {
-        const Decoded decoded(text);
+        Decoded decoded(text);
         return Bytes(decoded.data(), decoded.data() + decoded.size());
     });
 }
@@ -341,16 +349,7 @@ std::vector<unsigned char> CryptoUtil::computeMd5Digest(const std::string& path)
 unsigned int CryptoUtil::swapEndian(unsigned int value) { return __builtin_bswap32(value); }
 
 unsigned int CryptoUtil::getUInt32T(unsigned char*& cursor, unsigned long& remaining) {
-    return admitOnly<Exception>([&] {
-        if (remaining < kIntegerSize) throw Exception(kTooShort);
-        unsigned int value = 0;
-        for (std::size_t i = 0; i < kIntegerSize; ++i) {
-            value |= static_cast<unsigned int>(cursor[i]) << (8 * i);
-        }
-        cursor += kIntegerSize;
-        remaining -= kIntegerSize;
-        return value;
-    });
+    return admitOnly<Exception>([&] { return nextInteger(cursor, remaining); });
 }
 
 std::string CryptoUtil::getString(unsigned char*& cursor, unsigned long& remaining) {
@@ -396,13 +395,14 @@ void CryptoUtil::decryptAuthToken(const std::string& token, std::string& user,
                                   std::map<std::string, std::string>& attributes, long& timestamp,
                                   rsa_st* key) {
     admitOnly<Exception>([&] {
-        Bytes plaintext = decrypt(Decoded(token), key);
-        if (plaintext.size() < kShortestPlaintext) throw Exception(kTooShort);
-        checkFinalDigest(plaintext);
-        unsigned char* cursor = plaintext.data();
-        unsigned long remaining = plaintext.size() - kDigestSize;
-        timestamp = getUInt32T(cursor, remaining);
-        user = getString(cursor, remaining);
+        Decoded decoded(token);
+        unsigned char* cursor = decoded.data();
+        const std::size_t size = decryptInPlace(cursor, decoded.size(), key);
+        if (size < kShortestPlaintext) throw Exception(kTooShort);
+        unsigned long remaining = size - kDigestSize;
+        checkFinalDigest(cursor, remaining);
+        timestamp = nextInteger(cursor, remaining);
+        user = nextField(cursor, remaining);
         if (remaining == 0) return;  // a short token, which says nothing about attributes
         // Quirk: the first digest is stepped over unread and not taken off the remaining bytes, so
         // the final digest lies within reach of what follows.
