@@ -68,53 +68,62 @@ int leaf_find_next(const uint64_t* words, unsigned word_count, uint32_t i) {
     return -1;
 }
 
-// The largest member below `i`; the record's minimum, which is not in the words, if nothing else
-// is.
+// The largest member below `i`; the record's minimum, which is not in the words and below all that
+// is, if nothing else is.
 uint16_t last_before(const eb_l1_t* rec, const uint64_t* words, uint32_t i) {
+    const uint32_t lowest = rec->min / kWordBits;
     uint32_t w = i / kWordBits;
     uint64_t below = words[w] & (bit_in_word(i) - 1);
-    while (below == 0 && w > 0) below = words[--w];
+    while (below == 0 && w > lowest) below = words[--w];
     return below == 0 ? rec->min : static_cast<uint16_t>(w * kWordBits + highest_bit(below));
 }
 
-// `words` are the record's own; see words_of_leaf for why they are passed.
-void set1(eb_l1_t* rec, uint64_t* words, uint32_t i) {
+// Adds a bit; returns whether the record was empty before. `words` are the record's own; see
+// words_of_leaf for why they are passed.
+bool set1(eb_l1_t* rec, uint64_t* words, uint32_t i) {
     auto bit = static_cast<uint16_t>(i);
-    if (is_empty(rec)) {
-        rec->min = rec->max = bit;
-        return;
-    }
-    if (bit == rec->min) return;
-    if (bit < rec->min) {
+    if (bit <= rec->min) {  // so is every bit in an empty record
+        if (is_empty(rec)) {
+            rec->min = rec->max = bit;
+            return true;
+        }
+        if (bit == rec->min) return false;
         const uint16_t old_min = rec->min;
         rec->min = bit;
         bit = old_min;
     }
     words[bit / kWordBits] |= bit_in_word(bit);
     if (bit > rec->max) rec->max = bit;
+    return false;
 }
 
-bool is_set1(const eb_l1_t* rec, const uint64_t* words, uint32_t i) {
+// `word` is the one of the record's that holds `i`.
+bool is_set1(const eb_l1_t* rec, const uint64_t* word, uint32_t i) {
     if (i <= rec->min) return i == rec->min;
     if (i > rec->max) return false;
-    return (words[i / kWordBits] & bit_in_word(i)) != 0;
+    return (*word >> (i % kWordBits) & 1) != 0;
 }
 
-void clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
-    if (is_empty(rec)) return;
-    if (i == rec->min) {
-        if (i == rec->max) return make_empty(rec);
+// Removes a bit; returns whether it was the record's last.
+bool clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
+    if (i <= rec->min) {
+        if (i != rec->min) return false;
+        if (i == rec->max) {
+            make_empty(rec);
+            return true;
+        }
         rec->min = static_cast<uint16_t>(leaf_find_next(words, word_count, i));
         i = rec->min;
     }
     words[i / kWordBits] &= ~bit_in_word(i);
     // A new minimum, moved up from the words, may be the maximum as well: nothing is below it.
     if (i == rec->max && i != rec->min) rec->max = last_before(rec, words, i);
+    return false;
 }
 
-void set1(eb_l1_t* rec, uint32_t i) { set1(rec, rec->words, i); }
-void clear1(eb_l1_t* rec, unsigned word_count, uint32_t i) {
-    clear1(rec, rec->words, word_count, i);
+bool set1(eb_l1_t* rec, uint32_t i) { return set1(rec, rec->words, i); }
+bool clear1(eb_l1_t* rec, unsigned word_count, uint32_t i) {
+    return clear1(rec, rec->words, word_count, i);
 }
 
 // Takes the words of `count` records of `bits` bits each, as one zeroed block, and makes the
@@ -154,13 +163,15 @@ void make_empty(eb_top_t* top) {
 uint64_t* words_of_leaf(const eb_top_t* top, uint32_t leaf) {
     return top->leaves[0].words + std::size_t{leaf} * kLeafWords;
 }
+uint64_t* word_of(const eb_top_t* top, uint32_t offset) {
+    return top->leaves[0].words + offset / kWordBits;
+}
 
 // Asks for the record and the word of an offset before either is looked at: which of them is needed
 // depends on the set too much for a processor to guess, and both are far from the rest.
 void prefetch_leaf(const eb_top_t* top, uint32_t offset) {
-    const uint32_t leaf = leaf_of(offset);
-    __builtin_prefetch(&top->leaves[leaf]);
-    __builtin_prefetch(words_of_leaf(top, leaf) + bit_of(offset) / kWordBits);
+    __builtin_prefetch(&top->leaves[leaf_of(offset)]);
+    __builtin_prefetch(word_of(top, offset));
 }
 
 // The smallest and the largest offset in the leaves, which are not empty.
@@ -173,28 +184,40 @@ uint32_t last_in_leaves(const eb_top_t* top) {
     return (leaf << kLeafShift) + top->leaves[leaf].max;
 }
 
-// Adds an offset to a top that is not empty.
-void top_set(eb_top_t* top, uint32_t offset) {
-    if (offset == top->min) return;
-    if (offset < top->min) std::swap(offset, top->min);
-    eb_l1_t* leaf = &top->leaves[leaf_of(offset)];
-    // A leaf that already held something is marked.
-    if (is_empty(leaf)) set1(&top->summary, leaf_of(offset));
-    set1(leaf, words_of_leaf(top, leaf_of(offset)), bit_of(offset));
+// Adds an offset to the leaves, and a mark of its leaf with the first one.
+void set_in_leaves(eb_top_t* top, uint32_t offset) {
+    const uint32_t leaf = leaf_of(offset);
+    const bool is_first = set1(&top->leaves[leaf], words_of_leaf(top, leaf), bit_of(offset));
+    if (is_first) set1(&top->summary, leaf);
+}
+
+// Adds an offset; returns whether the top was empty before.
+bool top_set(eb_top_t* top, uint32_t offset) {
+    if (offset <= top->min) {  // so is every offset in an empty top
+        if (is_empty(top)) {
+            top->min = top->max = offset;
+            return true;
+        }
+        if (offset == top->min) return false;
+        std::swap(offset, top->min);
+    }
+    set_in_leaves(top, offset);
     if (offset > top->max) top->max = offset;
+    return false;
 }
 
 bool top_is_set(const eb_top_t* top, uint32_t offset) {
     if (offset <= top->min || offset > top->max) return offset == top->min;
-    return is_set1(&top->leaves[leaf_of(offset)], words_of_leaf(top, leaf_of(offset)),
+    return is_set1(&top->leaves[leaf_of(offset)], word_of(top, offset),
                    bit_of(offset));  // an unmarked leaf is empty
 }
 
 // Removes an offset from the leaves, and the mark of its leaf with the last one.
 void clear_in_leaves(eb_top_t* top, uint32_t offset) {
-    eb_l1_t* leaf = &top->leaves[leaf_of(offset)];
-    clear1(leaf, words_of_leaf(top, leaf_of(offset)), kLeafWords, bit_of(offset));
-    if (is_empty(leaf)) clear1(&top->summary, kSummaryWords, leaf_of(offset));
+    const uint32_t leaf = leaf_of(offset);
+    const bool was_last =
+        clear1(&top->leaves[leaf], words_of_leaf(top, leaf), kLeafWords, bit_of(offset));
+    if (was_last) clear1(&top->summary, kSummaryWords, leaf);
 }
 
 // Quirk: clearing offset 0 of an empty top leaves its maximum all-ones, like its minimum. Nothing
@@ -310,12 +333,10 @@ int allocate_levels(eb_t* eb, void* ctx, void* (*alloc)(void* ctx, size_t size))
     return allocate1_array(eb->top_aux, aux_count(eb), 1U << kAuxShift, ctx, alloc);
 }
 
-// Adds a position to the tops.
+// Adds a position to the tops, and a mark of its top with the first one.
 void set_in_tops(eb_t* eb, uint64_t pos) {
-    eb_top_t* top = &eb->tops[top_of(pos)];
-    if (!is_empty(top)) return top_set(top, offset_of(pos));
-    top_aux_set(eb, top_of(pos));
-    top->min = top->max = offset_of(pos);
+    const uint32_t t = top_of(pos);
+    if (top_set(&eb->tops[t], offset_of(pos))) top_aux_set(eb, t);
 }
 
 // Removes a position from the tops, and the mark of its top if that is empty afterwards.
@@ -417,12 +438,14 @@ void eb_free(eb_t* eb) {
 }
 
 int eb_set(eb_t* eb, uint64_t pos) {
-    if (is_empty(eb)) {
-        eb->min = eb->max = pos;
-        return 0;
+    if (pos <= eb->min) {  // so is every position in an empty bitmap
+        if (is_empty(eb)) {
+            eb->min = eb->max = pos;
+            return 0;
+        }
+        if (pos == eb->min) return 0;
+        std::swap(pos, eb->min);
     }
-    if (pos == eb->min) return 0;
-    if (pos < eb->min) std::swap(pos, eb->min);
     set_in_tops(eb, pos);
     if (pos > eb->max) eb->max = pos;
     return 0;
@@ -435,8 +458,8 @@ int eb_is_set(const eb_t* eb, uint64_t pos) {
     const eb_top_t* top = &eb->tops[t];
     // The leaf's record is needed soon, and far from the rest.
     __builtin_prefetch(&top->leaves[leaf_of(offset_of(pos))]);
-    if (!top_aux_is_set(eb, t)) return 0;
-    return top_is_set(top, offset_of(pos)) ? 1 : 0;
+    if (t < eb->min_top || t > eb->max_top) return 0;
+    return top_is_set(top, offset_of(pos)) ? 1 : 0;  // an unmarked top is empty
 }
 
 void eb_clear(eb_t* eb, uint64_t pos) {
