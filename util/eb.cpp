@@ -106,7 +106,7 @@ bool is_set1(const eb_l1_t* rec, const uint64_t* word, uint32_t i) {
 
 // Removes a bit; returns whether it was the record's last.
 bool clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
-    if (i <= rec->min) {
+    if (i <= rec->min) {  // below it lies nothing
         if (i != rec->min) return false;
         if (i == rec->max) {
             make_empty(rec);
@@ -262,12 +262,14 @@ uint32_t last_top_upto(const eb_t* eb, uint32_t record) {
 }
 
 void top_aux_set(eb_t* eb, uint32_t t) {
-    if (!has_top(eb)) {
-        eb->min_top = eb->max_top = t;
-        return;
+    if (t <= eb->min_top) {  // so is every top while there is none
+        if (!has_top(eb)) {
+            eb->min_top = eb->max_top = t;
+            return;
+        }
+        if (t == eb->min_top) return;
+        std::swap(t, eb->min_top);
     }
-    if (t == eb->min_top) return;
-    if (t < eb->min_top) std::swap(t, eb->min_top);
     set1(&eb->top_aux[t >> kAuxShift], t & kAuxMask);
     if (t > eb->max_top) eb->max_top = t;
 }
