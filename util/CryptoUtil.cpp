@@ -62,7 +62,8 @@ BioPtr memorySink() {
 
 // Ends the writing to a sink: returns what it holds, which is not wiped when the sink goes. That
 // would take a twentieth of the time and protect nothing: the caller has the same bytes, or the
-// text that they were decoded from.
+// text that they were decoded from; and a token's plaintext, which replaces them, is open to
+// everyone who has the public key.
 BUF_MEM* contentLeftUnwiped(BIO* sink) {
     BUF_MEM* content = nullptr;
     if (BIO_get_mem_ptr(sink, &content) != 1) {
@@ -244,19 +245,21 @@ Bytes encrypt(const Bytes& plaintext, RSA* key) {
     return ciphertext;
 }
 
-// Decrypts block by block, each to where the plaintext has come so far: it is shorter than what it
-// replaces, and a buffer of its own would show beside the decryption. Returns its size. A rest that
-// is no whole block is refused, not read beyond its end.
+// Decrypts block by block, each in its own place, and closes the gaps: a buffer beside them would
+// show beside the decryption. Returns the size of the plaintext. A rest that is no whole block is
+// refused, not read beyond its end.
 std::size_t decryptInPlace(unsigned char* text, std::size_t size, RSA* key) {
     constexpr char kFailed[] = "Could not RSA decrypt authentication token.";
     if (size == 0) throw Exception(kTooShort);
-    const std::size_t block = pieceSize(key, kFailed) + kPaddingSize;
-    if (size % block != 0) throw Exception(kFailed);
+    const std::size_t blockSize = pieceSize(key, kFailed) + kPaddingSize;
+    if (size % blockSize != 0) throw Exception(kFailed);
     std::size_t decrypted = 0;
-    for (std::size_t offset = 0; offset < size; offset += block) {
-        const int length = RSA_public_decrypt(static_cast<int>(block), text + offset,
-                                              text + decrypted, key, RSA_PKCS1_PADDING);
+    for (std::size_t offset = 0; offset < size; offset += blockSize) {
+        unsigned char* const block = text + offset;
+        const int length =
+            RSA_public_decrypt(static_cast<int>(blockSize), block, block, key, RSA_PKCS1_PADDING);
         if (length < 0) throw Exception(kFailed);
+        std::memmove(text + decrypted, block, static_cast<std::size_t>(length));
         decrypted += static_cast<std::size_t>(length);
     }
     return decrypted;

@@ -68,8 +68,8 @@ int leaf_find_next(const uint64_t* words, unsigned word_count, uint32_t i) {
     return -1;
 }
 
-// The largest member below `i`; the record's minimum, which is not in the words and below all that
-// is, if nothing else is.
+// The largest member below `i`, which is above the minimum. If there is no bit down to the word of
+// the minimum, it is the minimum itself, which is not in the words.
 uint16_t last_before(const eb_l1_t* rec, const uint64_t* words, uint32_t i) {
     const uint32_t lowest = rec->min / kWordBits;
     uint32_t w = i / kWordBits;
@@ -82,7 +82,7 @@ uint16_t last_before(const eb_l1_t* rec, const uint64_t* words, uint32_t i) {
 // words_of_leaf for why they are passed.
 bool set1(eb_l1_t* rec, uint64_t* words, uint32_t i) {
     auto bit = static_cast<uint16_t>(i);
-    if (bit <= rec->min) {  // so is every bit in an empty record
+    if (bit <= rec->min) {  // always, in an empty record
         if (is_empty(rec)) {
             rec->min = rec->max = bit;
             return true;
@@ -106,7 +106,7 @@ bool is_set1(const eb_l1_t* rec, const uint64_t* word, uint32_t i) {
 
 // Removes a bit; returns whether it was the record's last.
 bool clear1(eb_l1_t* rec, uint64_t* words, unsigned word_count, uint32_t i) {
-    if (i <= rec->min) {  // below it lies nothing
+    if (i <= rec->min) {  // always, in an empty record; below the minimum lies nothing
         if (i != rec->min) return false;
         if (i == rec->max) {
             make_empty(rec);
@@ -200,9 +200,10 @@ uint64_t* chosen(uint64_t mask, uint64_t* yes, uint64_t* no) {
     return reinterpret_cast<uint64_t*>(address);  // NOLINT(performance-no-int-to-ptr)
 }
 
-// Adds an offset above all others of a top that is not empty: a bit of its leaf or, as the first of
-// that, a mark. What differs is chosen, not branched to: a processor would guess wrong for every
-// third member or so, and members often come in ascending order.
+// Adds an offset above all others of a top that is not empty. In a leaf that holds something, it
+// becomes a bit of the words; in an empty one it becomes the minimum, and the leaf is marked. Which
+// word changes is chosen, not branched to: a processor would guess wrong for every third member or
+// so, and members often come in ascending order.
 void append(eb_top_t* top, uint32_t offset) {
     const uint32_t leaf = leaf_of(offset);
     eb_l1_t* rec = &top->leaves[leaf];
@@ -211,19 +212,19 @@ void append(eb_top_t* top, uint32_t offset) {
     top->max = offset;
     rec->min = static_cast<uint16_t>(chosen(if_first, bit_of(offset), rec->min));
     rec->max = static_cast<uint16_t>(bit_of(offset));
-    if (is_empty(summary)) {
+    if (is_empty(summary)) {  // and so was the leaf
         set1(summary, leaf);
         return;
     }
     uint64_t* words = chosen(if_first, summary->words, top->leaves[0].words);
     const auto i = static_cast<uint32_t>(chosen(if_first, leaf, offset));
     words[i / kWordBits] |= bit_in_word(i);
-    summary->max = static_cast<uint16_t>(leaf);
+    summary->max = static_cast<uint16_t>(leaf);  // as it was, unless the leaf was empty
 }
 
 // Adds an offset; returns whether the top was empty before.
 bool top_set(eb_top_t* top, uint32_t offset) {
-    if (offset <= top->min) {  // so is every offset in an empty top
+    if (offset <= top->min) {  // always, in an empty top
         if (is_empty(top)) {
             top->min = top->max = offset;
             return true;
@@ -295,7 +296,7 @@ uint32_t last_top_upto(const eb_t* eb, uint32_t record) {
 }
 
 void top_aux_set(eb_t* eb, uint32_t t) {
-    if (t <= eb->min_top) {  // so is every top while there is none
+    if (t <= eb->min_top) {  // always, while there is no top
         if (!has_top(eb)) {
             eb->min_top = eb->max_top = t;
             return;
@@ -473,7 +474,7 @@ void eb_free(eb_t* eb) {
 }
 
 int eb_set(eb_t* eb, uint64_t pos) {
-    if (pos <= eb->min) {  // so is every position in an empty bitmap
+    if (pos <= eb->min) {  // always, in an empty bitmap
         if (is_empty(eb)) {
             eb->min = eb->max = pos;
             return 0;
