@@ -7,6 +7,7 @@
 #include <openssl/rsa.h>
 
 #include <algorithm>
+#include <cstring>
 #include <functional>
 #include <initializer_list>
 #include <memory>
@@ -589,6 +590,34 @@ TEST(TokenTest, AKeyTooSmallForItsPaddingIsRefused) {
         EXPECT_EQ(refusal(kSeveral, small.get()).first, kNoDecrypt);
         EXPECT_EQ(refusal("", small.get()).first, kTooShort);
     }
+}
+
+TEST(TokenTest, AKeyTooLargeForOpenSslIsRefusedUnasked) {
+    const RsaPtr largest = keyOfSize(OPENSSL_RSA_MAX_MODULUS_BITS);
+    const RsaPtr larger = keyOfSize(OPENSSL_RSA_MAX_MODULUS_BITS + 8);
+    const auto tokenOf = [](const RsaPtr& key) {
+        return CryptoUtil::base64Encode(Bytes(static_cast<std::size_t>(RSA_size(key.get())), 1));
+    };
+    const unsigned long before = Fault::calls(Call::RSA_public_decrypt);
+    EXPECT_EQ(refusal(tokenOf(larger), larger.get()).first, kNoDecrypt);
+    EXPECT_EQ(Fault::calls(Call::RSA_public_decrypt), before);
+    EXPECT_EQ(refusal(tokenOf(largest), largest.get()).first, kNoDecrypt);
+    EXPECT_EQ(Fault::calls(Call::RSA_public_decrypt), before + 1);
+}
+
+// Decrypts as OpenSSL does, but writes before it reads.
+int wipeAndDecrypt(int size, const unsigned char* from, unsigned char* to, RSA* rsa, int padding) {
+    std::memset(to, 0, static_cast<std::size_t>(size - RSA_PKCS1_PADDING_SIZE));
+    return RSA_meth_get_pub_dec(RSA_PKCS1_OpenSSL())(size, from, to, rsa, padding);
+}
+
+TEST(TokenTest, AnRsaMethodMayWriteBeforeItHasRead) {
+    const std::unique_ptr<RSA_METHOD, void (*)(RSA_METHOD*)> method(
+        RSA_meth_dup(RSA_PKCS1_OpenSSL()), RSA_meth_free);
+    ASSERT_EQ(RSA_meth_set_pub_dec(method.get(), wipeAndDecrypt), 1);
+    const RsaPtr own(RSAPublicKey_dup(key(1024)));
+    ASSERT_EQ(RSA_set_method(own.get(), method.get()), 1);
+    EXPECT_EQ(open(kSeveral, own.get()), open(kSeveral));
 }
 
 TEST(TokenTest, ABlockMayHoldAPieceOfOneByte) {

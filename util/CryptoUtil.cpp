@@ -245,21 +245,23 @@ Bytes encrypt(const Bytes& plaintext, RSA* key) {
     return ciphertext;
 }
 
-// Decrypts block by block, each in its own place, and closes the gaps: a buffer beside them would
-// show beside the decryption. Returns the size of the plaintext. A rest that is no whole block is
-// refused, not read beyond its end.
+// Decrypts block by block, and leaves the plaintext where the ciphertext was: it is shorter, and
+// memory of its own would show beside the decryption. Returns its size. A rest that is no whole
+// block is refused, not read beyond its end. Each block comes out beside the text, since an
+// RSA_METHOD may write before it has read.
 std::size_t decryptInPlace(unsigned char* text, std::size_t size, RSA* key) {
     constexpr char kFailed[] = "Could not RSA decrypt authentication token.";
+    unsigned char
+        block[OPENSSL_RSA_MAX_MODULUS_BITS / 8];  // of a larger key, OpenSSL decrypts none
     if (size == 0) throw Exception(kTooShort);
     const std::size_t blockSize = pieceSize(key, kFailed) + kPaddingSize;
-    if (size % blockSize != 0) throw Exception(kFailed);
+    if (blockSize > sizeof block || size % blockSize != 0) throw Exception(kFailed);
     std::size_t decrypted = 0;
     for (std::size_t offset = 0; offset < size; offset += blockSize) {
-        unsigned char* const block = text + offset;
-        const int length =
-            RSA_public_decrypt(static_cast<int>(blockSize), block, block, key, RSA_PKCS1_PADDING);
+        const int length = RSA_public_decrypt(static_cast<int>(blockSize), text + offset, block,
+                                              key, RSA_PKCS1_PADDING);
         if (length < 0) throw Exception(kFailed);
-        std::memmove(text + decrypted, block, static_cast<std::size_t>(length));
+        std::memcpy(text + decrypted, block, static_cast<std::size_t>(length));
         decrypted += static_cast<std::size_t>(length);
     }
     return decrypted;
